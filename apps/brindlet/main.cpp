@@ -1,0 +1,36 @@
+// brindlet: the command-line face of the source filter.
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "apps/brindlet/query_command.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{"Brindlet: MPEG transport stream source filter, from the command line"};
+  app.require_subcommand(1);
+  app.set_help_all_flag("--help-all", "Show help for all subcommands");
+
+  QueryOptions query;
+  CLI::App* queryCommand =
+      app.add_subcommand("query", "Open FILE and print one line per text query answer");
+  queryCommand->add_option("FILE", query.file, "Transport stream file")->required();
+  queryCommand->add_option("KEYWORD", query.keywords, "Keywords such as NUMPIDS or GETPID(0)")
+      ->required();
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    app.exit(e);
+    return kExitUsage;
+  }
+
+  if (queryCommand->parsed()) return RunQuery(query, std::cout, std::cerr);
+  return kExitUsage;
+}

@@ -1,0 +1,151 @@
+// CTsSourceFilter: the one COM object that holds an opened transport stream
+// file, the findings of its scan and the output pin.
+//
+// Lock order: state lock, then filter lock, for wiring; pin lock, then filter
+// lock, for delivery and seeking. Load holds the filter lock and takes the
+// pin lock inside it, which is safe because no worker exists during Load.
+// The filter lock guards every field below unless a comment says otherwise.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "analysis/audio_track.h"
+#include "analysis/packet_engine.h"
+#include "analysis/packet_file.h"
+#include "analysis/pid_census.h"
+#include "control/text_query.h"
+#include "control/ts_stream_info.h"
+#include "delivery/ts_output_pin.h"
+#include "host/critical_section.h"
+#include "host/cunknown.h"
+#include "host/media_type.h"
+#include "platform/strmif.h"
+
+inline constexpr CLSID CLSID_BrindletSource =
+    MakeGuid(0x8F923A8B, 0xF96C, 0x420C, 0x84, 0x58, 0x0D, 0x64, 0x06, 0xE8, 0x2E, 0x4C);
+
+// Divisor of the first duration estimate: bytes per second of a typical
+// broadcast stream.
+inline constexpr std::uint64_t kEstimateBytesPerSecond = 2401587;
+inline constexpr wchar_t kDefaultFileName[] = L"default.ts";
+
+class CTsSourceFilter : public CUnknown,
+                        public IFileSourceFilter,
+                        public ITsStreamInfo,
+                        private CPacketEngineHost,
+                        private CTextQueryFacts {
+ public:
+  // The factory function of the class table. `result` may be null.
+  static CUnknown* CreateInstance(IUnknown* outer, HRESULT* result);
+
+  CTsSourceFilter(IUnknown* outer, HRESULT* result);
+  ~CTsSourceFilter() override;
+
+  DECLARE_IUNKNOWN
+  STDMETHODIMP NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
+
+  // IFileSourceFilter
+  STDMETHODIMP Load(LPCWSTR fileName, const AM_MEDIA_TYPE* type) override;
+  STDMETHODIMP GetCurFile(LPWSTR* fileName, AM_MEDIA_TYPE* type) override;
+
+  // ITsStreamInfo
+  STDMETHODIMP GetTransportStreamId(WORD* id) override;
+  STDMETHODIMP GetPatVersion(BYTE* version) override;
+  STDMETHODIMP GetProgramCount(DWORD* count) override;
+  STDMETHODIMP GetProgramNumber(LONG index, WORD* number) override;
+  STDMETHODIMP GetPmtPidByIndex(LONG index, WORD* pid) override;
+  STDMETHODIMP GetPmtPid(WORD programNumber, WORD* pid) override;
+  STDMETHODIMP GetPmtVersion(WORD programNumber, BYTE* version) override;
+  STDMETHODIMP GetStreamCount(WORD programNumber, WORD* count) override;
+  STDMETHODIMP GetStreamType(WORD programNumber, DWORD streamIndex, BYTE* type) override;
+  STDMETHODIMP GetStreamPid(WORD programNumber, DWORD streamIndex, WORD* pid) override;
+  STDMETHODIMP QueryText(LPCWSTR keyword, LPWSTR* text) override;
+
+  // The pin that Load made; null before.
+  CTsOutputPin* OutputPin() const { return m_OutputPin.get(); }
+  CCritSec& FilterLock() { return m_FilterLock; }
+
+ private:
+  friend class CTsSourceFilterProbe;  // tests look at the findings directly
+
+  void RunScan(std::uint64_t streamSize);
+  void RunPass(std::uint32_t calls);
+  void MeasureDuration(std::uint64_t streamSize);
+
+  // CPacketEngineHost
+  std::uint64_t GetStreamSize() override;
+  HRESULT ReadPackets(std::span<std::uint8_t> buffer, std::uint32_t first, std::uint32_t count,
+                      std::uint32_t* firstOut) override;
+  int ScanPhase() override { return m_ScanPhase; }
+  std::uint32_t PrefDemux() override { return m_PrefDemux; }
+  std::uint16_t VideoPid() override { return m_VideoPid; }
+  bool VideoHeaderKnown() override;
+  int AnalyseVideoHeader(PacketSpan target) override;
+  void TablesStep(PacketSpan target) override;
+  void CensusAdd(std::uint16_t pid, std::uint8_t kind) override;
+  void EndOfStream() override;
+
+  // CTextQueryFacts
+  std::uint16_t VideoWidth() override { return m_Width; }
+  std::uint16_t VideoHeight() override { return m_Height; }
+  std::uint16_t AspectX() override { return m_AspectX; }
+  std::uint16_t AspectY() override { return m_AspectY; }
+  double FrameRate() override { return m_FrameRate; }
+  std::uint16_t SelectedAudioPid() override;
+  std::uint32_t SelectedAudioStreamType() override;
+  const CPidCensus& Census() override { return m_Census; }
+  HRESULT SelectedPmtPid(WORD* pid) override;
+  std::string ProgramName(std::int32_t programNumber) override;
+  bool NoPmt() override { return m_NoPmt != 0; }
+  bool HasPin() override { return m_OutputPin != nullptr; }
+  std::uint64_t LastPts() override;
+  std::uint32_t CurrentPacket() override;
+  int H264LogCount() override { return 0; }
+  std::string H264LogLine(int) override { return {}; }
+  std::int64_t Duration() override;
+  std::uint64_t StreamSize() override { return GetStreamSize(); }
+  void SetPrefDemux(std::uint32_t value) override { m_PrefDemux = value; }
+  void SetNotifyWindow(std::uint32_t handle) override { m_NotifyWindow = handle; }
+
+  CCritSec m_FilterLock;
+
+  std::unique_ptr<wchar_t[]> m_WideName;
+  char m_AnsiName[MAX_PATH] = {};
+  CMediaType m_CurrentType;
+  CPacketFile m_File;
+  std::unique_ptr<std::uint8_t[]> m_DeliveryBuffer;
+  std::unique_ptr<std::uint8_t[]> m_ScanBuffer;
+  REFERENCE_TIME m_Duration = 0;
+
+  int m_ScanPhase = 0;  // not 0 only inside Load
+  int m_Ready = 0;
+  int m_NoPmt = 0;
+  CPidCensus m_Census;
+  AudioTrack m_AudioTracks[kMaxAudioTracks] = {};
+  std::uint16_t m_AudioTrackCount = 0;
+  std::uint16_t m_SelectedAudioTrack = 0;
+  std::uint16_t m_VideoPid = 0;
+  std::uint16_t m_VideoStreamType = 0;
+  std::uint16_t m_AudioPid = 0;
+  std::uint16_t m_SelectedProgram = 0;
+
+  std::uint16_t m_Width = 0;
+  std::uint16_t m_Height = 0;
+  std::uint16_t m_AspectX = 0;
+  std::uint16_t m_AspectY = 0;
+  double m_FrameRate = 0.0;
+
+  // Settings copies, as the constructor leaves them before a graph is joined.
+  int m_AC3 = 0;
+  int m_Audio2 = 0;
+  int m_AutoSelect = 1;
+  int m_PCRClock = 0;
+  int m_DetLength = 1;
+  int m_IgnoreCRC = 0;
+  int m_FastSeeking = 1;
+  std::atomic<std::uint32_t> m_PrefDemux{1};      // read by the worker on every packet
+  std::atomic<std::uint32_t> m_NotifyWindow{0};   // set by queries, read by the worker
+
+  std::unique_ptr<CTsOutputPin> m_OutputPin;
+};

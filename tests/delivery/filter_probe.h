@@ -1,0 +1,54 @@
+// Test access to the filter's findings and to the fields that later stages of
+// the scan set, so each test can arrange exactly the state it needs.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "delivery/ts_source_filter.h"
+#include "platform/com_memory.h"
+
+class CTsSourceFilterProbe {
+ public:
+  static void SetVideoPid(CTsSourceFilter& f, std::uint16_t pid) { f.m_VideoPid = pid; }
+  static void SetDetLength(CTsSourceFilter& f, int on) { f.m_DetLength = on; }
+  static REFERENCE_TIME Duration(CTsSourceFilter& f) { return f.m_Duration; }
+  static const CPidCensus& Census(CTsSourceFilter& f) { return f.m_Census; }
+  static std::uint32_t PrefDemux(CTsSourceFilter& f) { return f.m_PrefDemux; }
+};
+
+// A filter created as the class factory would, released at the end.
+class FilterHolder {
+ public:
+  FilterHolder() {
+    HRESULT hr = E_FAIL;
+    m_Object = static_cast<CTsSourceFilter*>(CTsSourceFilter::CreateInstance(nullptr, &hr));
+    EXPECT_EQ(hr, S_OK);
+    m_Object->NonDelegatingUnknown()->AddRef();
+  }
+  ~FilterHolder() { m_Object->NonDelegatingUnknown()->Release(); }
+  FilterHolder(const FilterHolder&) = delete;
+  FilterHolder& operator=(const FilterHolder&) = delete;
+
+  CTsSourceFilter& operator*() { return *m_Object; }
+  CTsSourceFilter* operator->() { return m_Object; }
+
+  HRESULT Load(const std::filesystem::path& path) {
+    return m_Object->Load(path.wstring().c_str(), nullptr);
+  }
+  // The answer to a text query, "<null>" for no string.
+  std::string Query(const wchar_t* keyword) {
+    LPWSTR text = nullptr;
+    EXPECT_EQ(m_Object->QueryText(keyword, &text), S_OK);
+    if (text == nullptr) return "<null>";
+    std::string answer;
+    for (const wchar_t* p = text; *p != 0; ++p) answer.push_back(static_cast<char>(*p));
+    CoTaskMemFree(text);
+    return answer;
+  }
+
+ private:
+  CTsSourceFilter* m_Object;
+};

@@ -1,0 +1,186 @@
+#include "platform/codepage.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/files.h"
+
+namespace {
+
+std::wstring Decode(const std::string& bytes) {
+  const int n =
+      MultiByteToWideChar(CP_UTF8, 0, bytes.data(), static_cast<int>(bytes.size()), nullptr, 0);
+  std::wstring out(static_cast<std::size_t>(n), L'\0');
+  EXPECT_EQ(
+      MultiByteToWideChar(CP_UTF8, 0, bytes.data(), static_cast<int>(bytes.size()), out.data(), n),
+      n);
+  return out;
+}
+
+std::string Encode(const std::wstring& text) {
+  const int n = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr,
+                                    0, nullptr, nullptr);
+  std::string out(static_cast<std::size_t>(n), '\0');
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(),
+                                n, nullptr, nullptr),
+            n);
+  return out;
+}
+
+TEST(CodePage, Utf8DecodingReplacesEachMaximalInvalidSubpart) {
+  const std::wstring R(1, L'\uFFFD');
+  const struct {
+    std::string bytes;
+    std::wstring expected;
+  } cases[] = {
+      {"A", L"A"},
+      {"\xC3\xA9", L"\u00E9"},
+      {"\xE2\x82\xAC", L"\u20AC"},
+      {"\xF0\x9F\x98\x80", L"\U0001F600"},
+      {"\xF4\x8F\xBF\xBF", L"\U0010FFFF"},
+      {std::string("a\0b", 3), std::wstring(L"a\0b", 3)},
+      {"\x80", R},                          // stray continuation byte
+      {"\xC0\xAF", R + R},                  // overlong: C0 is never a lead
+      {"\xE0\x80\xAF", R + R + R},          // overlong three-byte form
+      {"\xED\xA0\x80", R + R + R},          // encoded surrogate
+      {"\xF4\x90\x80\x80", R + R + R + R},  // above U+10FFFF
+      {"\xF5\x80", R + R},
+      {"\xFF\xFE", R + R},
+      {"\xE2\x82", R},             // truncated at the end
+      {"\xE2\x82\x41", R + L"A"},  // the breaking byte starts afresh
+      {"\xF0\x9F\x98\x41", R + L"A"},
+      {"\xC3\xC3\xA9", R + L"\u00E9"},
+      // The worked example of the Unicode standard's replacement practice.
+      {"\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
+       L"a" + R + R + R + L"b" + R + L"c" + R + R + L"d"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Decode(c.bytes), c.expected) << testing::PrintToString(c.bytes);
+    EXPECT_EQ(AnsiToWide(c.bytes), c.expected) << testing::PrintToString(c.bytes);
+  }
+}
+
+TEST(CodePage, WideEncodingReplacesWhatIsNotAScalarValue) {
+  const std::string R = "\xEF\xBF\xBD";
+  const struct {
+    std::wstring text;
+    std::string expected;
+  } cases[] = {
+      {L"A\u00E9\u20AC\U0001F600", "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
+      {std::wstring(1, static_cast<wchar_t>(0xD800)), R},
+      {std::wstring(1, static_cast<wchar_t>(0xDFFF)), R},
+      {std::wstring{static_cast<wchar_t>(0xD83D), static_cast<wchar_t>(0xDE00)}, R + R},
+      {std::wstring(1, static_cast<wchar_t>(0x110000)), R},
+      {std::wstring(1, static_cast<wchar_t>(-1)), R},
+      {std::wstring(L"x\0y", 3), std::string("x\0y", 3)},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Encode(c.text), c.expected);
+    EXPECT_EQ(WideToAnsi(c.text), c.expected);
+  }
+}
+
+TEST(CodePage, EveryScalarValueRoundTrips) {
+  std::wstring all;
+  for (wchar_t c = 1; c <= 0x10FFFF; ++c) {
+    if (c < 0xD800 || c > 0xDFFF) all.push_back(c);
+  }
+  const std::string bytes = WideToAnsi(all);
+  EXPECT_EQ(bytes.size(), 0x7Fu + 2 * 0x780u + 3 * (0xF800u - 0x800u) + 4 * 0x100000u);
+  EXPECT_EQ(AnsiToWide(bytes), all);
+  EXPECT_EQ(Encode(all), bytes);
+}
+
+TEST(CodePage, MinusOneLengthConvertsAndCountsTheTerminator) {
+  EXPECT_EQ(MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, "h\xC3\xA9", -1, nullptr, 0), 3);
+  wchar_t wide[3] = {L'#', L'#', L'#'};
+  ASSERT_EQ(MultiByteToWideChar(CP_UTF8, 0, "h\xC3\xA9", -1, wide, 3), 3);
+  EXPECT_EQ(wide[0], L'h');
+  EXPECT_EQ(wide[1], L'\u00E9');
+  EXPECT_EQ(wide[2], L'\0');
+
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"h\u00E9", -1, nullptr, 0, nullptr, nullptr), 4);
+  char narrow[4] = {'#', '#', '#', '#'};
+  ASSERT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"h\u00E9", -1, narrow, 4, nullptr, nullptr), 4);
+  EXPECT_EQ(std::string(narrow), "h\xC3\xA9");
+
+  // A truncated sequence right before the terminator does not swallow it.
+  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xE2\x82", -1, wide, 3), 2);
+  EXPECT_EQ(wide[0], L'\uFFFD');
+  EXPECT_EQ(wide[1], L'\0');
+
+  // An explicit length leaves the terminator out.
+  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "abc", 3, nullptr, 0), 3);
+}
+
+TEST(CodePage, TooSmallBufferFailsWithoutWritingPastIt) {
+  constexpr wchar_t kGuard = static_cast<wchar_t>(0x5A5A5A);
+  std::vector<wchar_t> wide(4, kGuard);  // three usable, the fourth is the guard
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "abcd", -1, wide.data(), 3), 0);
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(wide[3], kGuard);
+
+  std::vector<char> narrow(5, 'G');  // four usable: one short of "a€" plus terminator
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"a\u20AC", -1, narrow.data(), 4, nullptr, nullptr), 0);
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(narrow[4], 'G');
+
+  // Exactly the size needed is enough.
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"a\u20AC", -1, narrow.data(), 5, nullptr, nullptr), 5);
+}
+
+TEST(CodePage, BadArgumentsAreRefused) {
+  wchar_t wide[8];
+  alignas(wchar_t) char narrow[8] = "abc";
+  const struct {
+    const char* what;
+    UINT codePage;
+    const char* src;
+    int srcBytes;
+    wchar_t* dst;
+    int dstChars;
+  } cases[] = {
+      {"null source", CP_UTF8, nullptr, -1, wide, 8},
+      {"zero length", CP_UTF8, "abc", 0, wide, 8},
+      {"length below -1", CP_UTF8, "abc", -2, wide, 8},
+      {"negative destination size", CP_UTF8, "abc", -1, wide, -1},
+      {"null destination with a size", CP_UTF8, "abc", -1, nullptr, 8},
+      {"unknown code page", 1252, "abc", -1, wide, 8},
+      {"same buffer", CP_UTF8, narrow, -1, reinterpret_cast<wchar_t*>(narrow), 2},
+  };
+  for (const auto& c : cases) {
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_EQ(MultiByteToWideChar(c.codePage, 0, c.src, c.srcBytes, c.dst, c.dstChars), 0)
+        << c.what;
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER) << c.what;
+  }
+
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, nullptr, -1, narrow, 8, nullptr, nullptr), 0);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+
+  // CP_UTF8 has no default character, so asking about one is an error there.
+  BOOL usedDefault = TRUE;
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"a", -1, narrow, 8, nullptr, &usedDefault), 0);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"a", -1, narrow, 8, "?", nullptr), 0);
+}
+
+TEST(CodePage, AnsiCodePageIsUtf8AndReportsReplacements) {
+  EXPECT_EQ(GetACP(), CP_UTF8);
+  char narrow[8];
+  BOOL usedDefault = TRUE;
+  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"\uFFFD", -1, narrow, 8, nullptr, &usedDefault), 4);
+  EXPECT_FALSE(usedDefault);  // a real U+FFFD is not a replacement
+  const wchar_t lone[] = {L'a', static_cast<wchar_t>(0xDC00), L'\0'};
+  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, lone, -1, narrow, 8, nullptr, &usedDefault), 5);
+  EXPECT_TRUE(usedDefault);
+  EXPECT_EQ(std::string(narrow), "a\xEF\xBF\xBD");
+}
+
+}  // namespace

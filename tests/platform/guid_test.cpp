@@ -1,0 +1,130 @@
+#include "platform/guid.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <string>
+#include <unordered_set>
+
+#include "platform/unknwn.h"
+
+namespace {
+
+constexpr GUID kSample =
+    MakeGuid(0x12345678, 0x9ABC, 0xDEF0, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF);
+
+TEST(Guid, FormatsUpperCaseBracedAndParsesBack) {
+  const struct {
+    GUID guid;
+    const char* text;
+  } cases[] = {
+      {GUID_NULL, "{00000000-0000-0000-0000-000000000000}"},
+      {kSample, "{12345678-9ABC-DEF0-0123-456789ABCDEF}"},
+      {IID_IUnknown, "{00000000-0000-0000-C000-000000000046}"},
+      {MakeGuid(0xFFFFFFFF, 0xFFFF, 0xFFFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF),
+       "{FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF}"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(GuidToString(c.guid), c.text);
+    GUID parsed = kSample;
+    ASSERT_TRUE(GuidFromString(c.text, &parsed)) << c.text;
+    EXPECT_EQ(parsed, c.guid) << c.text;
+  }
+}
+
+TEST(Guid, ParsesLowerAndMixedCase) {
+  GUID parsed{};
+  ASSERT_TRUE(GuidFromString("{12345678-9abc-def0-0123-456789AbCdEf}", &parsed));
+  EXPECT_EQ(parsed, kSample);
+}
+
+TEST(Guid, RejectsMalformedTextAndLeavesOutputAlone) {
+  const char* const cases[] = {
+      "",
+      "{}",
+      "12345678-9ABC-DEF0-0123-456789ABCDEF",     // no braces
+      "{12345678-9ABC-DEF0-0123-456789ABCDEF",    // no closing brace
+      "{12345678-9ABC-DEF0-0123-456789ABCDEF}x",  // trailing character
+      "{12345678-9ABC-DEF0-0123-456789ABCDE}",    // one digit short
+      "{12345678-9ABC-DEF0-0123-456789ABCDEF0}",  // one digit long
+      "{12345678-9ABC-DEF0-0123+456789ABCDEF}",   // wrong separator
+      "{12345678-9ABCD-EF0-0123-456789ABCDEF}",   // separator moved
+      "{1234567G-9ABC-DEF0-0123-456789ABCDEF}",   // not hex
+      "{12345678-9ABC-DEF0-0123-456789ABCDE }",   // space for a digit
+      "(12345678-9ABC-DEF0-0123-456789ABCDEF)",   // wrong brackets
+      " {12345678-9ABC-DEF0-0123-456789ABCDEF}",  // leading space
+  };
+  for (const char* text : cases) {
+    GUID out = kSample;
+    EXPECT_FALSE(GuidFromString(text, &out)) << '"' << text << '"';
+    EXPECT_EQ(out, kSample) << '"' << text << '"';
+  }
+  GUID out = kSample;
+  EXPECT_FALSE(GuidFromString(nullptr, &out));
+  EXPECT_EQ(out, kSample);
+  EXPECT_FALSE(GuidFromString("{12345678-9ABC-DEF0-0123-456789ABCDEF}", nullptr));
+}
+
+TEST(Guid, StringFromGuid2NeedsRoomForTerminator) {
+  wchar_t buffer[40];
+  std::fill(std::begin(buffer), std::end(buffer), L'#');
+  EXPECT_EQ(StringFromGUID2(kSample, buffer, 38), 0);
+  EXPECT_EQ(buffer[0], L'#');
+  EXPECT_EQ(StringFromGUID2(kSample, nullptr, 39), 0);
+  ASSERT_EQ(StringFromGUID2(kSample, buffer, 39), 39);
+  EXPECT_EQ(std::wstring(buffer), L"{12345678-9ABC-DEF0-0123-456789ABCDEF}");
+  EXPECT_EQ(buffer[39], L'#');
+}
+
+TEST(Guid, ClsidFromStringResults) {
+  CLSID clsid = kSample;
+  EXPECT_EQ(CLSIDFromString(L"{12345678-9abc-DEF0-0123-456789ABCDEF}", &clsid), S_OK);
+  EXPECT_EQ(clsid, kSample);
+
+  for (const wchar_t* bad : {L"{12345678-9ABC-DEF0-0123-456789ABCDEF", L"not a guid",
+                             L"{12345678-9ABC-DEF0-0123-456789ABCDEF}}",
+                             L"{12345678-9ABC-DEF0-0123-456789ABCDE\u0661}"}) {
+    clsid = kSample;
+    EXPECT_EQ(CLSIDFromString(bad, &clsid), CO_E_CLASSSTRING);
+    EXPECT_EQ(clsid, GUID_NULL);
+  }
+  // A wide character whose low byte is a hex digit must not pass as one.
+  std::wstring sneaky = L"{12345678-9ABC-DEF0-0123-456789ABCDEF}";
+  sneaky[1] = static_cast<wchar_t>(0x10031);
+  EXPECT_EQ(CLSIDFromString(sneaky.c_str(), &clsid), CO_E_CLASSSTRING);
+
+  clsid = kSample;
+  EXPECT_EQ(CLSIDFromString(nullptr, &clsid), S_OK);
+  EXPECT_EQ(clsid, GUID_NULL);
+  EXPECT_EQ(CLSIDFromString(L"{00000000-0000-0000-C000-000000000046}", nullptr), E_INVALIDARG);
+}
+
+TEST(Guid, EveryFieldTakesPartInEqualityOrderAndHash) {
+  // One GUID per field that differs from kSample in that field alone.
+  GUID variants[11];
+  for (auto& v : variants) v = kSample;
+  variants[0].Data1 ^= 0x80000000u;
+  variants[1].Data2 ^= 1;
+  variants[2].Data3 ^= 0x8000;
+  for (int i = 0; i < 8; ++i) variants[3 + i].Data4[i] ^= 0x01;
+
+  std::map<GUID, int, GuidLess> ordered;
+  std::unordered_set<GUID> hashed;
+  ordered[kSample] = 0;
+  hashed.insert(kSample);
+  for (const GUID& v : variants) {
+    EXPECT_NE(v, kSample);
+    EXPECT_FALSE(IsEqualGUID(v, kSample));
+    EXPECT_NE(GuidLess{}(v, kSample), GuidLess{}(kSample, v));
+    ordered[v] = 1;
+    hashed.insert(v);
+  }
+  EXPECT_EQ(ordered.size(), 12u);
+  EXPECT_EQ(hashed.size(), 12u);
+  EXPECT_FALSE(GuidLess{}(kSample, kSample));
+  EXPECT_TRUE(hashed.count(kSample));
+}
+
+}  // namespace

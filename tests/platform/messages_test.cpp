@@ -1,0 +1,165 @@
+#include "platform/messages.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "platform/files.h"
+
+namespace {
+
+TEST(MessageBox, RecorderSeesEveryCallAndAnswers) {
+  CMessageBoxRecorder recorder(IDYES);
+  EXPECT_EQ(MessageBoxA(nullptr, "Overwrite the file?", "Brindlet", MB_YESNO | MB_ICONQUESTION),
+            IDYES);
+  recorder.SetAnswer(IDCANCEL);
+  EXPECT_EQ(MessageBoxA(nullptr, nullptr, nullptr, MB_OKCANCEL), IDCANCEL);
+
+  const auto calls = recorder.Calls();
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_EQ(calls[0].caption, "Brindlet");
+  EXPECT_EQ(calls[0].text, "Overwrite the file?");
+  EXPECT_EQ(calls[0].type, MB_YESNO | MB_ICONQUESTION);
+  EXPECT_EQ(calls[1].caption, "");
+  EXPECT_EQ(calls[1].text, "");
+  recorder.Clear();
+  EXPECT_EQ(recorder.Count(), 0u);
+}
+
+TEST(MessageBox, DefaultHandlerPrintsOneLineAndTakesTheSafeAnswer) {
+  const MessageBoxHandler saved = SetMessageBoxHandler(nullptr);
+  const struct {
+    UINT type;
+    int answer;
+  } cases[] = {
+      {MB_OK, IDOK},
+      {MB_OKCANCEL | MB_ICONWARNING, IDOK},
+      {MB_YESNO | MB_ICONQUESTION, IDNO},
+      {MB_YESNOCANCEL, IDNO},
+      {0x05, IDCANCEL},  // retry/cancel
+  };
+  for (const auto& c : cases) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(MessageBoxA(nullptr, "Something happened", "Brindlet", c.type), c.answer);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Brindlet: Something happened\n");
+  }
+  SetMessageBoxHandler(saved);
+}
+
+TEST(MessageBox, HandlerMayShowAnotherBox) {
+  CMessageBoxRecorder recorder(IDOK);
+  const MessageBoxHandler previous = SetMessageBoxHandler([](const char* text, const char*, UINT) {
+    // Would deadlock if handlers ran under the handler lock.
+    return std::string(text) == "outer" ? MessageBoxA(nullptr, "inner", "c", MB_OK) + 100 : IDYES;
+  });
+  EXPECT_EQ(MessageBoxA(nullptr, "outer", "c", MB_OK), IDYES + 100);
+  SetMessageBoxHandler(previous);
+  EXPECT_EQ(MessageBoxA(nullptr, "back", "c", MB_OK), IDOK);
+  EXPECT_EQ(recorder.Count(), 1u);
+}
+
+class WindowTest : public testing::Test {
+ protected:
+  void SetUp() override { window_ = CreatePlatformWindow(); }
+  void TearDown() override {
+    if (IsWindow(window_)) DestroyPlatformWindow(window_);
+  }
+  HWND window_ = nullptr;
+};
+
+TEST_F(WindowTest, HandlesAreSmallDistinctNumbers) {
+  ASSERT_TRUE(IsWindow(window_));
+  const HWND other = CreatePlatformWindow();
+  const auto a = reinterpret_cast<std::uintptr_t>(window_);
+  const auto b = reinterpret_cast<std::uintptr_t>(other);
+  EXPECT_NE(a, 0u);
+  EXPECT_NE(a, b);
+  EXPECT_LE(a, 0xFFFFFFFFu);
+  EXPECT_LE(b, 0xFFFFFFFFu);
+  // Through a 32-bit number and back, as clients carry it.
+  const auto narrowed = static_cast<std::uint32_t>(b);
+  EXPECT_TRUE(IsWindow(reinterpret_cast<HWND>(static_cast<std::uintptr_t>(narrowed))));
+  EXPECT_TRUE(DestroyPlatformWindow(other));
+  EXPECT_FALSE(IsWindow(other));
+  EXPECT_FALSE(DestroyPlatformWindow(other));
+}
+
+TEST_F(WindowTest, MessagesArriveInOrderWithTheirParameters) {
+  for (UINT i = 0; i < 5; ++i) {
+    ASSERT_TRUE(PostMessageA(window_, WM_APP + i, i * 10, -static_cast<LPARAM>(i)));
+  }
+  MSG msg{};
+  for (UINT i = 0; i < 5; ++i) {
+    ASSERT_TRUE(PeekPlatformMessage(window_, &msg));
+    EXPECT_EQ(msg.hwnd, window_);
+    EXPECT_EQ(msg.message, WM_APP + i);
+    EXPECT_EQ(msg.wParam, i * 10);
+    EXPECT_EQ(msg.lParam, -static_cast<LPARAM>(i));
+  }
+  EXPECT_FALSE(PeekPlatformMessage(window_, &msg));
+}
+
+TEST_F(WindowTest, PostingToUnknownOrDestroyedWindowsFails) {
+  const HWND destroyed = CreatePlatformWindow();
+  ASSERT_TRUE(PostMessageA(destroyed, WM_USER, 0, 0));
+  ASSERT_TRUE(DestroyPlatformWindow(destroyed));
+
+  for (HWND target : {HWND{nullptr}, reinterpret_cast<HWND>(std::uintptr_t{0x1234}), destroyed}) {
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_FALSE(PostMessageA(target, WM_USER, 1, 2));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_WINDOW_HANDLE);
+    MSG msg{};
+    EXPECT_FALSE(PeekPlatformMessage(target, &msg));
+    EXPECT_FALSE(WaitPlatformMessage(target, &msg, 0));
+    EXPECT_FALSE(IsWindow(target));
+  }
+  // A new window never takes over a destroyed one's handle.
+  const HWND fresh = CreatePlatformWindow();
+  EXPECT_NE(fresh, destroyed);
+  DestroyPlatformWindow(fresh);
+}
+
+TEST_F(WindowTest, QueueHoldsAtMostTenThousandMessages) {
+  for (int i = 0; i < 10000; ++i) ASSERT_TRUE(PostMessageA(window_, WM_USER, 0, 0)) << i;
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_FALSE(PostMessageA(window_, WM_USER, 0, 0));
+  EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_QUOTA);
+  MSG msg{};
+  ASSERT_TRUE(PeekPlatformMessage(window_, &msg));
+  EXPECT_TRUE(PostMessageA(window_, WM_USER, 0, 0));
+}
+
+TEST_F(WindowTest, WaitTimesOutWhenNothingArrives) {
+  MSG msg{};
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(WaitPlatformMessage(window_, &msg, 30));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+}
+
+TEST_F(WindowTest, WaitIsWokenByAPostFromAnotherThread) {
+  MSG msg{};
+  std::thread poster([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    PostMessageA(window_, WM_APP + 7, 1, 2);
+  });
+  EXPECT_TRUE(WaitPlatformMessage(window_, &msg, INFINITE));
+  poster.join();
+  EXPECT_EQ(msg.message, WM_APP + 7u);
+  EXPECT_EQ(msg.wParam, 1u);
+  EXPECT_EQ(msg.lParam, 2);
+}
+
+TEST_F(WindowTest, DestroyWakesAWaiter) {
+  MSG msg{};
+  std::thread destroyer([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    DestroyPlatformWindow(window_);
+  });
+  EXPECT_FALSE(WaitPlatformMessage(window_, &msg, INFINITE));
+  destroyer.join();
+  EXPECT_FALSE(IsWindow(window_));
+}
+
+}  // namespace
