@@ -9,6 +9,7 @@
 #include <string>
 
 #include "analysis/packet_engine.h"
+#include "analysis/section_assembler.h"
 #include "host/critical_section.h"
 #include "platform/strmif.h"
 
@@ -34,6 +35,8 @@ class CTsOutputPin {
 
   REFERENCE_TIME Duration() const { return m_Duration; }
   CPacketEngine& Engine() { return m_Engine; }
+  // Gathers long SDT sections during the scan; only the scan's thread uses it.
+  CSectionAssembler& SectionAssembler() { return m_SectionAssembler; }
   CCritSec& PinLock() { return m_PinLock; }
 
  private:
@@ -43,4 +46,5 @@ class CTsOutputPin {
   std::atomic<REFERENCE_TIME> m_Duration;       // pin lock to write; read freely
   REFERENCE_TIME m_Stop;                        // pin lock
   double m_Rate = 1.0;                          // pin lock
+  CSectionAssembler m_SectionAssembler;
 };

@@ -5,6 +5,7 @@
 #include <cwchar>
 #include <new>
 
+#include "analysis/psi_section.h"
 #include "control/settings_store.h"
 #include "platform/codepage.h"
 #include "platform/com_memory.h"
@@ -43,6 +44,7 @@ STDMETHODIMP CTsSourceFilter::NonDelegatingQueryInterface(REFIID riid, void** pp
     return GetInterface(static_cast<IFileSourceFilter*>(this), ppv);
   }
   if (riid == IID_ITsStreamInfo) return GetInterface(static_cast<ITsStreamInfo*>(this), ppv);
+  if (riid == IID_ITsScanReport) return GetInterface(static_cast<ITsScanReport*>(this), ppv);
   return CUnknown::NonDelegatingQueryInterface(riid, ppv);
 }
 
@@ -126,11 +128,17 @@ void CTsSourceFilter::RunScan(std::uint64_t streamSize) {
   m_OutputPin->OnThreadDestroy();
   RunPass(kScanBlockPackets);
 
-  if (!m_Ready) {
+  if (!m_Tracks.ready) {
     DWORD ignoreCrc = 0;
     ReadSettingDword("IgnoreCRC", &ignoreCrc);
     m_IgnoreCRC = ignoreCrc != 0 ? 1 : 0;
-    if (m_IgnoreCRC) RunPass(kScanBlockPackets);
+    if (m_IgnoreCRC) {
+      // Only PMT sections refused for their CRC can add anything now: the
+      // pairs seen before stay seen.
+      m_PmtParser.SetIgnoreCrc(1);
+      RunPass(kScanBlockPackets);
+    }
+    if (!m_Tracks.ready) CensusFallback(m_Census, m_AC3 != 0, m_Tracks);
   }
   m_ScanPhase = 0;
 
@@ -201,7 +209,53 @@ bool CTsSourceFilter::VideoHeaderKnown() {
 
 int CTsSourceFilter::AnalyseVideoHeader(PacketSpan) { return 0; }
 
-void CTsSourceFilter::TablesStep(PacketSpan) {}
+void CTsSourceFilter::TablesStep(PacketSpan target) {
+  // Every packet is taken as one section that starts right behind a
+  // pointer_field of 0; the section's own fields and CRC weed out the rest.
+  const std::span<const std::uint8_t> section = target.subspan(kSectionOffsetInPacket);
+  const SectionHeader header = ReadSectionHeader(section);
+  const std::size_t total = header.section_length + 3;
+  try {
+    if (header.table_id == 0 && PassesCommonSectionTest(header) &&
+        m_PatParser.Log().section_count == 0) {
+      m_PatParser.OfferSection(section, total);
+      return;
+    }
+    if (header.table_id == 2 && PassesCommonSectionTest(header) &&
+        m_PatParser.Log().section_count > 0) {
+      if (m_PmtParser.OfferSection(section, total) == 0) return;
+      const std::uint16_t program = m_PmtParser.LastProgramNumber();
+      CAutoLock lock(&m_FilterLock);
+      if (SelectTracks(m_Programs, m_Census, program, m_Tracks) == S_OK) {
+        m_SelectedProgram = program;
+        m_OutputPin->Engine().FirstPts = 0;
+      }
+      return;
+    }
+    if (GetPid(target) == kSdtPid) ServiceNameStep(target);
+  } catch (...) {
+    // A reader that fails gives up this packet; the scan goes on.
+  }
+}
+
+void CTsSourceFilter::ServiceNameStep(PacketSpan packet) {
+  CSectionAssembler& assembler = m_OutputPin->SectionAssembler();
+  if (assembler.WantsPacket(packet)) {
+    assembler.AppendPacket(packet);
+    return;
+  }
+  const std::span<const std::uint8_t> section = assembler.FinishSection(packet);
+  try {
+    m_SdtParser.OfferSection(section, ReadSectionHeader(section).section_length + 3);
+  } catch (...) {
+  }
+  assembler.ReleaseSection();
+}
+
+const ProgramEntry* CTsSourceFilter::FindProgram(std::uint32_t programNumber) const {
+  int index = 0;
+  return m_Programs.FindIndex(programNumber, &index) ? &m_Programs.Entry(index) : nullptr;
+}
 
 void CTsSourceFilter::CensusAdd(std::uint16_t pid, std::uint8_t kind) {
   CAutoLock lock(&m_FilterLock);
@@ -219,16 +273,20 @@ void CTsSourceFilter::EndOfStream() {
 // ---- Reports --------------------------------------------------------------
 
 std::uint16_t CTsSourceFilter::SelectedAudioPid() {
-  return m_AudioTracks[m_SelectedAudioTrack % kMaxAudioTracks].pid;
+  return m_Tracks.tracks[m_Tracks.selectedTrack % kMaxAudioTracks].pid;
 }
 
 std::uint32_t CTsSourceFilter::SelectedAudioStreamType() {
-  return m_AudioTracks[m_SelectedAudioTrack % kMaxAudioTracks].stream_type;
+  return m_Tracks.tracks[m_Tracks.selectedTrack % kMaxAudioTracks].stream_type;
 }
 
 HRESULT CTsSourceFilter::SelectedPmtPid(WORD* pid) { return GetPmtPid(m_SelectedProgram, pid); }
 
-std::string CTsSourceFilter::ProgramName(std::int32_t) { return {}; }
+std::string CTsSourceFilter::ProgramName(std::int32_t programNumber) {
+  // Numbers are compared over the entry's full width.
+  const ProgramEntry* entry = FindProgram(static_cast<std::uint32_t>(programNumber));
+  return entry != nullptr ? std::string(entry->name, strnlen(entry->name, sizeof entry->name)) : "";
+}
 
 std::uint64_t CTsSourceFilter::LastPts() {
   return m_OutputPin ? m_OutputPin->Engine().LastPts.load() : 0;
@@ -244,13 +302,172 @@ STDMETHODIMP CTsSourceFilter::QueryText(LPCWSTR keyword, LPWSTR* text) {
   return QueryTextAnswer(keyword, text, *this, m_FilterLock);
 }
 
-STDMETHODIMP CTsSourceFilter::GetTransportStreamId(WORD*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetPatVersion(BYTE*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetProgramCount(DWORD*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetProgramNumber(LONG, WORD*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetPmtPidByIndex(LONG, WORD*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetPmtPid(WORD, WORD*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetPmtVersion(WORD, BYTE*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetStreamCount(WORD, WORD*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetStreamType(WORD, DWORD, BYTE*) { return E_NOTIMPL; }
-STDMETHODIMP CTsSourceFilter::GetStreamPid(WORD, DWORD, WORD*) { return E_NOTIMPL; }
+// ---- ITsStreamInfo -------------------------------------------------------
+// Each holds the filter lock from before its argument test, so that a page
+// sees table entries whole. Indexes at or beyond the count get E_INVALIDARG.
+
+STDMETHODIMP CTsSourceFilter::GetTransportStreamId(WORD* id) {
+  CAutoLock lock(&m_FilterLock);
+  if (id == nullptr) return E_INVALIDARG;
+  *id = static_cast<WORD>(m_PatParser.Log().transport_stream_id);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetPatVersion(BYTE* version) {
+  CAutoLock lock(&m_FilterLock);
+  if (version == nullptr) return E_INVALIDARG;
+  *version = static_cast<BYTE>(m_PatParser.Log().version);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetProgramCount(DWORD* count) {
+  CAutoLock lock(&m_FilterLock);
+  if (count == nullptr) return E_INVALIDARG;
+  *count = m_Tracks.noPmt ? 1u : static_cast<DWORD>(m_Programs.Count());
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetProgramNumber(LONG index, WORD* number) {
+  CAutoLock lock(&m_FilterLock);
+  if (number == nullptr) return E_INVALIDARG;
+  if (m_Tracks.noPmt) {
+    *number = 1;
+    return S_OK;
+  }
+  if (index < 0 || index >= m_Programs.Count()) return E_INVALIDARG;
+  *number = static_cast<WORD>(m_Programs.Entry(index).program_number);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetPmtPidByIndex(LONG index, WORD* pid) {
+  CAutoLock lock(&m_FilterLock);
+  if (pid == nullptr) return E_INVALIDARG;
+  if (index < 0 || index >= m_Programs.Count()) return E_INVALIDARG;
+  *pid = static_cast<WORD>(m_Programs.Entry(index).pmt_pid);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetPmtPid(WORD programNumber, WORD* pid) {
+  CAutoLock lock(&m_FilterLock);
+  if (pid == nullptr) return E_INVALIDARG;
+  const ProgramEntry* entry = FindProgram(programNumber);
+  if (entry == nullptr) return E_INVALIDARG;
+  *pid = static_cast<WORD>(entry->pmt_pid);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetPmtVersion(WORD programNumber, BYTE* version) {
+  CAutoLock lock(&m_FilterLock);
+  if (version == nullptr) return E_INVALIDARG;
+  const ProgramEntry* entry = FindProgram(programNumber);
+  if (entry == nullptr) return E_INVALIDARG;
+  *version = static_cast<BYTE>(entry->pmt.version_number);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetStreamCount(WORD programNumber, WORD* count) {
+  CAutoLock lock(&m_FilterLock);
+  if (count == nullptr) return E_INVALIDARG;
+  if (const ProgramEntry* entry = FindProgram(programNumber)) {
+    *count = static_cast<WORD>(entry->stream_count);
+    return S_OK;
+  }
+  if (!m_Tracks.noPmt) return E_INVALIDARG;
+  *count = 2;  // the implied program: video and audio
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetStreamType(WORD programNumber, DWORD streamIndex, BYTE* type) {
+  CAutoLock lock(&m_FilterLock);
+  if (type == nullptr) return E_INVALIDARG;
+  if (const ProgramEntry* entry = FindProgram(programNumber)) {
+    if (streamIndex >= entry->stream_count) return E_INVALIDARG;
+    *type = static_cast<BYTE>(entry->pmt.streams[streamIndex].stream_type);
+    return S_OK;
+  }
+  if (!m_Tracks.noPmt) return E_INVALIDARG;
+  if (streamIndex == 0) *type = static_cast<BYTE>(m_Tracks.videoStreamType);
+  if (streamIndex == 1) *type = static_cast<BYTE>(m_Tracks.tracks[0].stream_type);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetStreamPid(WORD programNumber, DWORD streamIndex, WORD* pid) {
+  CAutoLock lock(&m_FilterLock);
+  if (pid == nullptr) return E_INVALIDARG;
+  if (const ProgramEntry* entry = FindProgram(programNumber)) {
+    if (streamIndex >= entry->stream_count) return E_INVALIDARG;
+    *pid = static_cast<WORD>(entry->pmt.streams[streamIndex].pid);
+    return S_OK;
+  }
+  if (!m_Tracks.noPmt) return E_INVALIDARG;
+  if (streamIndex == 0) *pid = m_Tracks.videoPid;
+  if (streamIndex == 1) *pid = m_Tracks.audioPid;
+  return S_OK;
+}
+
+// ---- ITsScanReport ---------------------------------------------------------
+
+namespace {
+void CopyOut(LPSTR out, DWORD size, const char* text, std::size_t length) {
+  if (out == nullptr || size == 0) return;
+  const std::size_t n = strnlen(text, length < size - 1 ? length : size - 1);
+  std::memcpy(out, text, n);
+  out[n] = '\0';
+}
+}  // namespace
+
+STDMETHODIMP CTsSourceFilter::GetVideo(WORD* pid, WORD* streamType) {
+  CAutoLock lock(&m_FilterLock);
+  if (pid == nullptr || streamType == nullptr) return E_POINTER;
+  *pid = m_Tracks.videoPid;
+  *streamType = m_Tracks.videoStreamType;
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetAudioTrackCount(WORD* count, WORD* selected) {
+  CAutoLock lock(&m_FilterLock);
+  if (count == nullptr || selected == nullptr) return E_POINTER;
+  *count = m_Tracks.trackCount;
+  *selected = m_Tracks.selectedTrack;
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetAudioTrack(WORD index, WORD* pid, WORD* kind, WORD* streamType,
+                                            LPSTR language, DWORD size) {
+  CAutoLock lock(&m_FilterLock);
+  if (pid == nullptr || kind == nullptr || streamType == nullptr) return E_POINTER;
+  if (index >= m_Tracks.trackCount || index >= kMaxAudioTracks) return E_INVALIDARG;
+  const AudioTrack& track = m_Tracks.tracks[index];
+  *pid = track.pid;
+  *kind = track.kind;
+  *streamType = track.stream_type;
+  CopyOut(language, size, track.language, sizeof track.language);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetStreamLanguage(WORD programNumber, DWORD streamIndex, LPSTR language,
+                                                DWORD size) {
+  CAutoLock lock(&m_FilterLock);
+  if (language == nullptr || size == 0) return E_POINTER;
+  const ProgramEntry* entry = FindProgram(programNumber);
+  if (entry == nullptr || streamIndex >= entry->stream_count) return E_INVALIDARG;
+  const StreamEntry& stream = entry->pmt.streams[streamIndex];
+  CopyOut(language, size, stream.language, sizeof stream.language);
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetScanFlags(DWORD* ready, DWORD* noPmt, WORD* selectedProgram) {
+  CAutoLock lock(&m_FilterLock);
+  if (ready == nullptr || noPmt == nullptr || selectedProgram == nullptr) return E_POINTER;
+  *ready = static_cast<DWORD>(m_Tracks.ready);
+  *noPmt = static_cast<DWORD>(m_Tracks.noPmt);
+  *selectedProgram = m_SelectedProgram;
+  return S_OK;
+}
+
+STDMETHODIMP CTsSourceFilter::GetDuration(LONGLONG* duration) {
+  CAutoLock lock(&m_FilterLock);
+  if (duration == nullptr) return E_POINTER;
+  *duration = m_Duration;
+  return S_OK;
+}

@@ -11,9 +11,15 @@
 #include <memory>
 
 #include "analysis/audio_track.h"
+#include "analysis/pat_parser.h"
+#include "analysis/pmt_parser.h"
+#include "analysis/program_table.h"
+#include "analysis/sdt_parser.h"
+#include "analysis/track_selection.h"
 #include "analysis/packet_engine.h"
 #include "analysis/packet_file.h"
 #include "analysis/pid_census.h"
+#include "control/scan_report.h"
 #include "control/text_query.h"
 #include "control/ts_stream_info.h"
 #include "delivery/ts_output_pin.h"
@@ -33,6 +39,7 @@ inline constexpr wchar_t kDefaultFileName[] = L"default.ts";
 class CTsSourceFilter : public CUnknown,
                         public IFileSourceFilter,
                         public ITsStreamInfo,
+                        public ITsScanReport,
                         private CPacketEngineHost,
                         private CTextQueryFacts {
  public:
@@ -62,6 +69,16 @@ class CTsSourceFilter : public CUnknown,
   STDMETHODIMP GetStreamPid(WORD programNumber, DWORD streamIndex, WORD* pid) override;
   STDMETHODIMP QueryText(LPCWSTR keyword, LPWSTR* text) override;
 
+  // ITsScanReport
+  STDMETHODIMP GetVideo(WORD* pid, WORD* streamType) override;
+  STDMETHODIMP GetAudioTrackCount(WORD* count, WORD* selected) override;
+  STDMETHODIMP GetAudioTrack(WORD index, WORD* pid, WORD* kind, WORD* streamType, LPSTR language,
+                             DWORD size) override;
+  STDMETHODIMP GetStreamLanguage(WORD programNumber, DWORD streamIndex, LPSTR language,
+                                 DWORD size) override;
+  STDMETHODIMP GetScanFlags(DWORD* ready, DWORD* noPmt, WORD* selectedProgram) override;
+  STDMETHODIMP GetDuration(LONGLONG* duration) override;
+
   // The pin that Load made; null before.
   CTsOutputPin* OutputPin() const { return m_OutputPin.get(); }
   CCritSec& FilterLock() { return m_FilterLock; }
@@ -72,6 +89,8 @@ class CTsSourceFilter : public CUnknown,
   void RunScan(std::uint64_t streamSize);
   void RunPass(std::uint32_t calls);
   void MeasureDuration(std::uint64_t streamSize);
+  void ServiceNameStep(PacketSpan packet);
+  const ProgramEntry* FindProgram(std::uint32_t programNumber) const;
 
   // CPacketEngineHost
   std::uint64_t GetStreamSize() override;
@@ -79,7 +98,7 @@ class CTsSourceFilter : public CUnknown,
                       std::uint32_t* firstOut) override;
   int ScanPhase() override { return m_ScanPhase; }
   std::uint32_t PrefDemux() override { return m_PrefDemux; }
-  std::uint16_t VideoPid() override { return m_VideoPid; }
+  std::uint16_t VideoPid() override { return m_Tracks.videoPid; }
   bool VideoHeaderKnown() override;
   int AnalyseVideoHeader(PacketSpan target) override;
   void TablesStep(PacketSpan target) override;
@@ -97,7 +116,7 @@ class CTsSourceFilter : public CUnknown,
   const CPidCensus& Census() override { return m_Census; }
   HRESULT SelectedPmtPid(WORD* pid) override;
   std::string ProgramName(std::int32_t programNumber) override;
-  bool NoPmt() override { return m_NoPmt != 0; }
+  bool NoPmt() override { return m_Tracks.noPmt != 0; }
   bool HasPin() override { return m_OutputPin != nullptr; }
   std::uint64_t LastPts() override;
   std::uint32_t CurrentPacket() override;
@@ -119,15 +138,12 @@ class CTsSourceFilter : public CUnknown,
   REFERENCE_TIME m_Duration = 0;
 
   int m_ScanPhase = 0;  // not 0 only inside Load
-  int m_Ready = 0;
-  int m_NoPmt = 0;
   CPidCensus m_Census;
-  AudioTrack m_AudioTracks[kMaxAudioTracks] = {};
-  std::uint16_t m_AudioTrackCount = 0;
-  std::uint16_t m_SelectedAudioTrack = 0;
-  std::uint16_t m_VideoPid = 0;
-  std::uint16_t m_VideoStreamType = 0;
-  std::uint16_t m_AudioPid = 0;
+  CProgramTable m_Programs;
+  CPatParser m_PatParser{m_Programs};
+  CPmtParser m_PmtParser{m_Programs};
+  CSdtParser m_SdtParser{m_Programs};
+  TrackSelection m_Tracks;  // video PID, audio tracks, ready and no-PMT flags
   std::uint16_t m_SelectedProgram = 0;
 
   std::uint16_t m_Width = 0;

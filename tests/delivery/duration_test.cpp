@@ -10,12 +10,17 @@ constexpr std::uint16_t kVideo = 0x100;
 constexpr std::uint64_t kPtsMask = 0x1FFFFFFFFull;
 
 // Every 100th packet starts a video PES whose PTS is base + 90 ticks per
-// packet index (one millisecond a packet), on the 33-bit clock; the others
-// are audio filler.
-tsw::TsFile PtsFile(std::uint32_t packets, std::uint64_t base) {
+// packet index (one millisecond a packet), on the 33-bit clock; packets 1 and
+// 2 hold a PAT and a PMT naming PID 0x100 as video, unless `tables` is off;
+// the others are audio filler.
+tsw::TsFile PtsFile(std::uint32_t packets, std::uint64_t base, bool tables = true) {
   tsw::TsFile file;
   for (std::uint32_t i = 0; i < packets; ++i) {
-    if (i % 100 == 0) {
+    if (tables && i == 1) {
+      file.AddSection(0, tsw::PatSection(1, 0, {{1, 0x1000}}));
+    } else if (tables && i == 2) {
+      file.AddSection(0x1000, tsw::PmtSection(1, 0, kVideo, {{2, kVideo, {}}, {3, 0x101, {}}}));
+    } else if (i % 100 == 0) {
       file.Add(tsw::MakePacket(kVideo, true, tsw::PesHeader(0xE0, (base + i * 90ull) & kPtsMask)));
     } else {
       file.Add(tsw::MakePacket(0x101, false, {}));
@@ -45,7 +50,6 @@ TEST_P(DurationTest, ComesFromThePtsPassesOrTheEstimate) {
   PtsFile(c.packets, c.base).Write(path);
 
   FilterHolder filter;
-  CTsSourceFilterProbe::SetVideoPid(*filter, kVideo);
   CTsSourceFilterProbe::SetDetLength(*filter, c.detLength ? 1 : 0);
   ASSERT_EQ(filter.Load(path), S_OK);
   EXPECT_EQ(CTsSourceFilterProbe::Duration(*filter), c.expected);
@@ -72,10 +76,10 @@ INSTANTIATE_TEST_SUITE_P(
         DurationCase{"DetLengthOff", 100000, 900000, false, Estimate(100000)}),
     [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
-TEST(Duration, WithoutVideoPidTheEstimateStands) {
+TEST(Duration, WithoutTablesTheCensusPicksTheAudioPidAndTheEstimateStands) {
   tsw::TempDir dir;
   const auto path = dir.File("d.ts");
-  PtsFile(100000, 900000).Write(path);
+  PtsFile(100000, 900000, false).Write(path);
   FilterHolder filter;
   ASSERT_EQ(filter.Load(path), S_OK);
   EXPECT_EQ(CTsSourceFilterProbe::Duration(*filter), Estimate(100000));
@@ -87,7 +91,6 @@ TEST(Duration, MediaLenShowsTheMeasuredLength) {
   const auto path = dir.File("d.ts");
   PtsFile(100000, 900000).Write(path);
   FilterHolder filter;
-  CTsSourceFilterProbe::SetVideoPid(*filter, kVideo);
   ASSERT_EQ(filter.Load(path), S_OK);
   EXPECT_EQ(filter.Query(L"MEDIALEN"), "00:01:29.900");
 }

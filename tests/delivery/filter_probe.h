@@ -12,7 +12,7 @@
 
 class CTsSourceFilterProbe {
  public:
-  static void SetVideoPid(CTsSourceFilter& f, std::uint16_t pid) { f.m_VideoPid = pid; }
+  static void SetVideoPid(CTsSourceFilter& f, std::uint16_t pid) { f.m_Tracks.videoPid = pid; }
   static void SetDetLength(CTsSourceFilter& f, int on) { f.m_DetLength = on; }
   static REFERENCE_TIME Duration(CTsSourceFilter& f) { return f.m_Duration; }
   static const CPidCensus& Census(CTsSourceFilter& f) { return f.m_Census; }

@@ -1,0 +1,42 @@
+#include "analysis/pat_parser.h"
+
+#include "analysis/psi_section.h"
+
+void SectionLog::Accept(std::uint32_t tsid, std::uint32_t versionNumber, std::uint32_t sectionNumber) {
+  transport_stream_id = tsid;
+  version = versionNumber;
+  if (numbers_used < kMaxSectionNumbers) section_numbers[numbers_used++] = sectionNumber;
+  ++section_count;
+}
+
+int CPatParser::OfferSection(std::span<const std::uint8_t> section, std::size_t totalLength) {
+  const SectionHeader h = ReadSectionHeader(section);
+  if (h.current_next_indicator == 0) return 0;
+  if (!PassesCommonSectionTest(h)) return 0;
+  if ((h.section_length - 9) % 4 != 0) return 0;
+  if (h.table_id != 0) return 0;
+  // The rest of a section longer than the bytes at hand is not there, so its
+  // CRC cannot be right.
+  if (!CrcIsValid(section, totalLength)) return 0;
+
+  auto pat = std::make_unique<PatRecord>();
+  pat->table_id = h.table_id;
+  pat->section_syntax_indicator = h.section_syntax_indicator;
+  pat->section_length = h.section_length;
+  pat->version_number = h.version_number;
+  pat->current_next_indicator = h.current_next_indicator;
+  pat->section_number = h.section_number;
+  pat->last_section_number = h.last_section_number;
+  pat->transport_stream_id = h.id_extension;
+  const CSectionReader r(section);
+  const std::uint32_t rows = (h.section_length - 9) / 4;
+  pat->program_count = rows < kMaxPatRows ? rows : kMaxPatRows;
+  for (std::uint32_t i = 0; i < pat->program_count; ++i) {
+    pat->rows[i].program_number = r.U16(8 + 4 * i);
+    pat->rows[i].pmt_pid = r.Pid(10 + 4 * i);
+  }
+
+  m_Log.Accept(h.id_extension, h.version_number, h.section_number);
+  for (std::uint32_t i = 0; i < pat->program_count; ++i) m_Table.AddFromPat(*pat, static_cast<int>(i));
+  return 1;
+}
