@@ -8,6 +8,7 @@
 #include <atomic>
 #include <string>
 
+#include "analysis/bit_reader.h"
 #include "analysis/packet_engine.h"
 #include "analysis/section_assembler.h"
 #include "host/critical_section.h"
@@ -37,6 +38,7 @@ class CTsOutputPin {
   CPacketEngine& Engine() { return m_Engine; }
   // Gathers long SDT sections during the scan; only the scan's thread uses it.
   CSectionAssembler& SectionAssembler() { return m_SectionAssembler; }
+  CParameterLog& ParameterLog() { return m_ParameterLog; }
   CCritSec& PinLock() { return m_PinLock; }
 
  private:
@@ -47,4 +49,5 @@ class CTsOutputPin {
   REFERENCE_TIME m_Stop;                        // pin lock
   double m_Rate = 1.0;                          // pin lock
   CSectionAssembler m_SectionAssembler;
+  CParameterLog m_ParameterLog;  // its own lock: the worker writes, queries read
 };

@@ -7,6 +7,7 @@
 
 #include "analysis/psi_section.h"
 #include "control/settings_store.h"
+#include "delivery/media_types.h"
 #include "platform/codepage.h"
 #include "platform/com_memory.h"
 #include "platform/messages.h"
@@ -202,12 +203,14 @@ HRESULT CTsSourceFilter::ReadPackets(std::span<std::uint8_t> buffer, std::uint32
   return m_File.ReadPackets(buffer, first, count, firstOut);
 }
 
-bool CTsSourceFilter::VideoHeaderKnown() {
-  CAutoLock lock(&m_FilterLock);
-  return m_AspectX != 0;
-}
+bool CTsSourceFilter::VideoHeaderKnown() { return m_Video.aspectX != 0; }
 
-int CTsSourceFilter::AnalyseVideoHeader(PacketSpan) { return 0; }
+int CTsSourceFilter::AnalyseVideoHeader(PacketSpan target) {
+  // Runs under the pin lock only; the fields it writes are atomic.
+  CVideoBlockPatcher blocks;
+  return ::AnalyseVideoHeader(target, m_Tracks.videoStreamType, m_Video,
+                              m_OutputPin->ParameterLog(), blocks);
+}
 
 void CTsSourceFilter::TablesStep(PacketSpan target) {
   // Every packet is taken as one section that starts right behind a
@@ -294,6 +297,12 @@ std::uint64_t CTsSourceFilter::LastPts() {
 
 std::uint32_t CTsSourceFilter::CurrentPacket() {
   return m_OutputPin ? m_OutputPin->Engine().CurrentPacket.load() : 0;
+}
+
+int CTsSourceFilter::H264LogCount() { return m_OutputPin ? m_OutputPin->ParameterLog().Count() : 0; }
+
+std::string CTsSourceFilter::H264LogLine(int index) {
+  return m_OutputPin ? m_OutputPin->ParameterLog().Line(index) : std::string();
 }
 
 std::int64_t CTsSourceFilter::Duration() { return m_OutputPin ? m_OutputPin->Duration() : 0; }

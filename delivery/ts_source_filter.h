@@ -16,6 +16,7 @@
 #include "analysis/program_table.h"
 #include "analysis/sdt_parser.h"
 #include "analysis/track_selection.h"
+#include "analysis/video_header.h"
 #include "analysis/packet_engine.h"
 #include "analysis/packet_file.h"
 #include "analysis/pid_census.h"
@@ -106,11 +107,11 @@ class CTsSourceFilter : public CUnknown,
   void EndOfStream() override;
 
   // CTextQueryFacts
-  std::uint16_t VideoWidth() override { return m_Width; }
-  std::uint16_t VideoHeight() override { return m_Height; }
-  std::uint16_t AspectX() override { return m_AspectX; }
-  std::uint16_t AspectY() override { return m_AspectY; }
-  double FrameRate() override { return m_FrameRate; }
+  std::uint16_t VideoWidth() override { return m_Video.width; }
+  std::uint16_t VideoHeight() override { return m_Video.height; }
+  std::uint16_t AspectX() override { return m_Video.aspectX; }
+  std::uint16_t AspectY() override { return m_Video.aspectY; }
+  double FrameRate() override { return m_Video.frameRate; }
   std::uint16_t SelectedAudioPid() override;
   std::uint32_t SelectedAudioStreamType() override;
   const CPidCensus& Census() override { return m_Census; }
@@ -120,8 +121,8 @@ class CTsSourceFilter : public CUnknown,
   bool HasPin() override { return m_OutputPin != nullptr; }
   std::uint64_t LastPts() override;
   std::uint32_t CurrentPacket() override;
-  int H264LogCount() override { return 0; }
-  std::string H264LogLine(int) override { return {}; }
+  int H264LogCount() override;
+  std::string H264LogLine(int index) override;
   std::int64_t Duration() override;
   std::uint64_t StreamSize() override { return GetStreamSize(); }
   void SetPrefDemux(std::uint32_t value) override { m_PrefDemux = value; }
@@ -146,11 +147,7 @@ class CTsSourceFilter : public CUnknown,
   TrackSelection m_Tracks;  // video PID, audio tracks, ready and no-PMT flags
   std::uint16_t m_SelectedProgram = 0;
 
-  std::uint16_t m_Width = 0;
-  std::uint16_t m_Height = 0;
-  std::uint16_t m_AspectX = 0;
-  std::uint16_t m_AspectY = 0;
-  double m_FrameRate = 0.0;
+  VideoFormat m_Video;  // written by the engine's thread without the filter lock
 
   // Settings copies, as the constructor leaves them before a graph is joined.
   int m_AC3 = 0;

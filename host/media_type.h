@@ -16,6 +16,8 @@ class CMediaType {
   const AM_MEDIA_TYPE& Type() const { return m_Type; }
   void SetMajorType(REFGUID major) { m_Type.majortype = major; }
   void SetSubtype(REFGUID sub) { m_Type.subtype = sub; }
+  void SetFixedSizeSamples(bool fixed) { m_Type.bFixedSizeSamples = fixed ? TRUE : FALSE; }
+  void SetSampleSize(ULONG size) { m_Type.lSampleSize = size; }
   void SetFormat(REFGUID formatType, const BYTE* block, ULONG length);
   // Copies into a caller's structure; the format block is allocated with
   // CoTaskMemAlloc for the caller to free (FreeMediaType).
