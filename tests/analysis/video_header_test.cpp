@@ -1,0 +1,288 @@
+#include "analysis/video_header.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "tests/support/ts_writer.h"
+
+namespace {
+
+using tsw::Bytes;
+
+struct RecordingBlocks final : public CVideoFormatTarget {
+  void SetMpeg2Size(std::uint16_t w, std::uint16_t h) override { mpeg2Size = {w, h}; }
+  void SetMpeg2Aspect(std::uint16_t x, std::uint16_t y) override { mpeg2Aspect = {x, y}; }
+  void SetMpeg2SequenceStart(std::span<const std::uint8_t, 12> bytes) override {
+    sequenceStart.assign(bytes.begin(), bytes.end());
+  }
+  void SetH264Size(std::uint16_t w, std::uint16_t h) override { h264Size = {w, h}; }
+
+  std::pair<int, int> mpeg2Size{-1, -1};
+  std::pair<int, int> mpeg2Aspect{-1, -1};
+  std::pair<int, int> h264Size{-1, -1};
+  std::vector<std::uint8_t> sequenceStart;
+};
+
+// A video packet on the heap, exactly 188 bytes, so that a read past its end
+// is caught by the address sanitizer.
+struct HeapPacket {
+  explicit HeapPacket(const tsw::Packet& p) : bytes(p.begin(), p.end()) {}
+  PacketSpan Span() const { return PacketSpan(bytes.data(), kPacketSize); }
+  std::vector<std::uint8_t> bytes;
+};
+
+HeapPacket VideoPacket(const Bytes& es, int adaptation = -1, bool withPts = true) {
+  Bytes payload = tsw::PesHeader(0xE0, withPts ? 900000 : 0);
+  payload.insert(payload.end(), es.begin(), es.end());
+  return HeapPacket(tsw::MakePacket(0x100, true, payload, adaptation));
+}
+
+Bytes SequenceHeader(std::uint16_t w, std::uint16_t h, std::uint8_t aspect, std::uint8_t rate,
+                     bool fourByteCode = false) {
+  Bytes es = tsw::Mpeg2SequenceHeader(w, h, aspect, rate);
+  if (fourByteCode) es.insert(es.begin(), 0x00);
+  return es;
+}
+
+class VideoHeaderTest : public ::testing::Test {
+ protected:
+  int Analyse(const HeapPacket& packet, std::uint16_t streamType = 2) {
+    return AnalyseVideoHeader(packet.Span(), streamType, format, log, blocks);
+  }
+  VideoFormat format;
+  CParameterLog log;
+  RecordingBlocks blocks;
+};
+
+struct Mpeg2Case {
+  std::uint8_t aspectCode;
+  std::uint8_t rateCode;
+  std::uint16_t aspectX;
+  std::uint16_t aspectY;
+  double rate;
+};
+
+TEST_F(VideoHeaderTest, Mpeg2AspectAndRateTables) {
+  const Mpeg2Case cases[] = {
+      {2, 1, 4, 3, 23.976}, {3, 2, 16, 9, 24.0},  {4, 3, 20, 9, 25.0},  {2, 4, 4, 3, 29.97},
+      {2, 5, 4, 3, 30.0},   {2, 6, 4, 3, 50.0},   {2, 7, 4, 3, 59.94},  {2, 8, 4, 3, 60.0},
+  };
+  for (const Mpeg2Case& c : cases) {
+    VideoFormat fresh;
+    EXPECT_EQ(AnalyseVideoHeader(VideoPacket(SequenceHeader(720, 576, c.aspectCode, c.rateCode)).Span(),
+                                 2, fresh, log, blocks),
+              1);
+    EXPECT_EQ(fresh.aspectX, c.aspectX);
+    EXPECT_EQ(fresh.aspectY, c.aspectY);
+    EXPECT_DOUBLE_EQ(fresh.frameRate, c.rate);
+    EXPECT_EQ(fresh.width, 720);
+    EXPECT_EQ(fresh.height, 576);
+  }
+}
+
+TEST_F(VideoHeaderTest, AspectCodeOneKeepsTheAnalysisRunningButStoresTheRate) {
+  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(1280, 720, 1, 4))), 1);
+  EXPECT_EQ(format.aspectX, 0);
+  EXPECT_DOUBLE_EQ(format.frameRate, 29.97);
+  EXPECT_EQ(blocks.mpeg2Aspect.first, -1) << "the block's aspect stays";
+  EXPECT_EQ(blocks.mpeg2Size, std::make_pair(1280, 720));
+  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 0, 0))), 1);
+  EXPECT_DOUBLE_EQ(format.frameRate, 29.97) << "rate code 0 leaves the rate";
+}
+
+TEST_F(VideoHeaderTest, SequenceHeaderBehindThreeOrFourByteStartCode) {
+  const Bytes expectedStart = SequenceHeader(720, 576, 3, 3);
+  for (bool four : {false, true}) {
+    VideoFormat fresh;
+    RecordingBlocks seen;
+    ASSERT_EQ(AnalyseVideoHeader(VideoPacket(SequenceHeader(720, 576, 3, 3, four)).Span(), 2, fresh, log, seen), 1);
+    EXPECT_EQ(fresh.width, 720);
+    EXPECT_EQ(fresh.aspectX, 16);
+    EXPECT_EQ(seen.sequenceStart, expectedStart) << "the 12 bytes from the start code";
+  }
+}
+
+TEST_F(VideoHeaderTest, WhereTheElementaryDataIsLookedFor) {
+  // A zero-length adaptation field is taken for the payload's first byte.
+  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3), 0)), 0);
+  // Behind an adaptation field of some length the header is found.
+  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3), 10)), 1);
+  // Without the '10' bits the data is taken to start at byte 6 of the PES.
+  Bytes noFlags = {0x00, 0x00, 0x01, 0xE0, 0x00, 0x00};
+  const Bytes header = SequenceHeader(352, 288, 2, 3);
+  noFlags.insert(noFlags.end(), header.begin(), header.end());
+  VideoFormat fresh;
+  ASSERT_EQ(AnalyseVideoHeader(HeapPacket(tsw::MakePacket(0x100, true, noFlags)).Span(), 2, fresh, log, blocks), 1);
+  EXPECT_EQ(fresh.width, 352);
+  // No PES start, no hit.
+  EXPECT_EQ(Analyse(HeapPacket(tsw::MakePacket(0x100, true, header))), 0);
+}
+
+TEST_F(VideoHeaderTest, LongAdaptationFieldPushesTheHeaderPastThePacket) {
+  // The PES header starts so late that the sequence header cannot fit.
+  for (int adaptation : {160, 170, 175, 180, 182, 183}) {
+    EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3), adaptation)), 0) << adaptation;
+  }
+  // A header length that points past the end.
+  Bytes payload = {0x00, 0x00, 0x01, 0xE0, 0x00, 0x00, 0x80, 0x80, 0xF0};
+  EXPECT_EQ(Analyse(HeapPacket(tsw::MakePacket(0x100, true, payload))), 0);
+  EXPECT_EQ(format.width, 0);
+}
+
+// An access unit delimiter, then a parameter set whose profile, constraint
+// and level bytes stand at q + 11 to q + 13, then the coded fields.
+Bytes H264Es(std::uint8_t profile, const Bytes& fields, const Bytes& before = {}) {
+  Bytes es = before;
+  const Bytes head = {0x00, 0x00, 0x00, 0x01, 0x09, 0x10, 0x00, 0x00, 0x00, 0x01, 0x67, profile, 0x00, 0x28};
+  es.insert(es.end(), head.begin(), head.end());
+  es.insert(es.end(), fields.begin(), fields.end());
+  return es;
+}
+
+struct SpsFields {
+  std::uint32_t widthMbsMinus1;
+  std::uint32_t heightMapUnitsMinus1;
+  bool frameMbsOnly;
+  bool high = false;
+  std::uint32_t chroma = 1;
+  bool everyFlag = false;  // all flags set, with VUI and aspect info
+};
+
+Bytes EncodeSps(std::uint8_t profile, const SpsFields& f) {
+  tsw::BitWriter w;
+  w.Ue(0);  // seq_parameter_set_id
+  if (f.high) {
+    w.Ue(f.chroma);
+    if (f.chroma == 3) w.Bits(f.everyFlag, 1);
+    w.Ue(0);
+    w.Ue(0);
+    if (profile == 145) w.Bits(f.everyFlag, 1);
+    w.Bits(f.everyFlag, 1);
+    w.Bits(0, 1);  // no scaling matrix: the walk would not read one
+  }
+  w.Ue(0);  // log2_max_frame_num_minus4
+  w.Ue(0);  // pic_order_cnt_type
+  w.Ue(2);  // log2_max_pic_order_cnt_lsb_minus4
+  w.Ue(4);  // num_ref_frames
+  w.Bits(0, 1);
+  w.Ue(f.widthMbsMinus1);
+  w.Ue(f.heightMapUnitsMinus1);
+  w.Bits(f.frameMbsOnly, 1);
+  if (!f.frameMbsOnly) w.Bits(f.everyFlag, 1);
+  w.Bits(1, 1);
+  w.Bits(0, 1);  // frame_cropping_flag
+  w.Bits(f.everyFlag, 1);
+  if (f.everyFlag) {
+    w.Bits(1, 1);
+    w.Bits(1, 8);
+  }
+  return w.Finish();
+}
+
+TEST_F(VideoHeaderTest, H264SizesFromTheWalk) {
+  struct Case {
+    std::uint8_t profile;
+    SpsFields fields;
+    int width;
+    int height;
+  } cases[] = {
+      {77, {119, 33, false}, 1920, 1088},
+      {100, {119, 33, false, true}, 1920, 1088},
+      {66, {79, 44, true}, 1280, 720},
+      {100, {79, 44, true, true}, 1280, 720},
+  };
+  for (const Case& c : cases) {
+    VideoFormat fresh;
+    CParameterLog freshLog;
+    RecordingBlocks seen;
+    ASSERT_EQ(AnalyseVideoHeader(VideoPacket(H264Es(c.profile, EncodeSps(c.profile, c.fields))).Span(), 27,
+                                 fresh, freshLog, seen),
+              1);
+    EXPECT_EQ(fresh.width, c.width) << int(c.profile);
+    EXPECT_EQ(fresh.height, c.height) << int(c.profile);
+    EXPECT_EQ(seen.h264Size, std::make_pair(c.width, c.height));
+    EXPECT_EQ(fresh.h264Profile, c.profile);
+    EXPECT_EQ(fresh.h264Level, 0x28);
+    EXPECT_DOUBLE_EQ(fresh.frameRate, 25.0);
+    EXPECT_EQ(fresh.aspectX, 16);
+    EXPECT_EQ(fresh.aspectY, 9);
+    EXPECT_EQ(freshLog.Line(0), "profile_idc: " + std::to_string(c.profile));
+    EXPECT_EQ(freshLog.Line(1), "level_idc: 40");
+    EXPECT_EQ(freshLog.Line(3), c.fields.high ? "chroma_format_idc: 1" : "log2_max_frame_num_minus4: 0");
+  }
+}
+
+TEST_F(VideoHeaderTest, ProfileOneFortyFiveFillsTheLogAndDropsTheRest) {
+  const SpsFields every{119, 33, false, true, 3, true};
+  ASSERT_EQ(Analyse(VideoPacket(H264Es(145, EncodeSps(145, every))), 27), 1);
+  // profile, level and 22 walk lines: 24, of which 20 are kept.
+  EXPECT_EQ(log.Count(), 20);
+  EXPECT_EQ(log.Line(4), "residual_colour_transform_flag: 1");
+  EXPECT_EQ(log.Line(7), "mode_extension_flag: 1");
+  EXPECT_EQ(log.Line(17), "frame_mbs_only_flag: 0");
+  EXPECT_EQ(log.Line(19), "direct_8x8_inference_flag: 1");
+  EXPECT_EQ(log.Line(20), "");
+  EXPECT_EQ(format.width, 1920) << "the walk goes on after the log is full";
+  EXPECT_EQ(format.height, 1088);
+}
+
+TEST_F(VideoHeaderTest, DelimiterInsideThePayloadOnlyForStreamType27) {
+  const Bytes lead = {0xAA, 0xBB, 0xCC, 0x01};
+  const auto packet = VideoPacket(H264Es(66, EncodeSps(66, {79, 44, true}), lead));
+  EXPECT_EQ(Analyse(packet, 2), 0);
+  EXPECT_EQ(format.h264Profile, 0);
+  EXPECT_EQ(Analyse(packet, 27), 1);
+  EXPECT_EQ(format.width, 1280);
+}
+
+TEST_F(VideoHeaderTest, DelimiterInTypeTwoStreamTakesTheH264BranchAndClosesMpeg2) {
+  ASSERT_EQ(Analyse(VideoPacket(H264Es(77, EncodeSps(77, {79, 44, true}))), 2), 1);
+  EXPECT_EQ(format.h264Profile, 77);
+  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3))), 0) << "no sequence header once H.264 is known";
+  EXPECT_EQ(format.width, 1280);
+}
+
+TEST_F(VideoHeaderTest, OtherDelimitersAndThreeByteCodesAreNotTaken) {
+  Bytes es = H264Es(66, EncodeSps(66, {79, 44, true}));
+  es[5] = 0x30;  // primary_pic_type 1
+  EXPECT_EQ(Analyse(VideoPacket(es), 27), 0);
+  Bytes three = {0x00, 0x00, 0x01, 0x09, 0x10};
+  EXPECT_EQ(Analyse(VideoPacket(three), 2), 0);
+}
+
+TEST_F(VideoHeaderTest, ZeroParameterSetEndsEveryReadWithoutSpinning) {
+  ASSERT_EQ(Analyse(VideoPacket(H264Es(100, Bytes(120, 0x00))), 27), 1);
+  EXPECT_EQ(format.width, 16) << "(0 + 1) x 16";
+  EXPECT_LE(log.Count(), 20);
+}
+
+TEST(BitReader, RefillKeepsUnreadBitsOnTopAndTakesWholeBytes) {
+  const std::uint8_t source[] = {0xAB, 0xCD, 0xEF};
+  CBitReader bits(0xF0000000u, source, nullptr);
+  EXPECT_EQ(bits.ReadBits(12, "x"), 0xF00u);
+  bits.RefillBits();  // 12 bits used: one byte comes in, 4 bits stay empty
+  EXPECT_EQ(bits.BitCount(), 4u);
+  EXPECT_EQ(bits.SourcePosition(), 1u);
+  EXPECT_EQ(bits.BitWord(), 0x000000ABu << 4);
+  EXPECT_EQ(bits.ReadBits(28, "y"), 0x00000ABu);
+  bits.RefillBits();
+  bits.RefillBits();
+  EXPECT_EQ(bits.ReadBits(16, "z"), 0xCDEFu);
+  EXPECT_EQ(bits.ReadBits(16, "past"), 0u) << "behind the source everything is 0";
+}
+
+TEST(BitReader, ExpGolombValues) {
+  tsw::BitWriter w;
+  for (std::uint32_t v : {0u, 1u, 2u, 7u, 254u}) w.Ue(v);
+  const tsw::Bytes bytes = w.Finish();
+  std::uint32_t word = 0;
+  for (int i = 0; i < 4; ++i) word = word << 8 | (i < static_cast<int>(bytes.size()) ? bytes[static_cast<std::size_t>(i)] : 0u);
+  CBitReader bits(word, std::span<const std::uint8_t>(bytes).subspan(4), nullptr);
+  for (std::uint32_t v : {0u, 1u, 2u, 7u, 254u}) {
+    EXPECT_EQ(bits.ReadUe("v"), v);
+    bits.RefillBits();
+  }
+}
+
+}  // namespace
