@@ -6,12 +6,21 @@
 #include <string>
 #include <vector>
 
+#include "apps/brindlet/info_command.h"
 #include "apps/brindlet/query_command.h"
 
 int main(int argc, char** argv) {
   CLI::App app{"Brindlet: MPEG transport stream source filter, from the command line"};
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Show help for all subcommands");
+
+  InfoOptions info;
+  CLI::App* infoCommand =
+      app.add_subcommand("info", "Print what the filter found in FILE, as text or as JSON");
+  infoCommand->add_option("FILE", info.file,
+                          std::string("Transport stream file (default: the bundled ") +
+                              kBundledSample + ")");
+  infoCommand->add_flag("--json", info.json, "Print JSON for scripts");
 
   QueryOptions query;
   CLI::App* queryCommand =
@@ -31,6 +40,7 @@ int main(int argc, char** argv) {
     return kExitUsage;
   }
 
+  if (infoCommand->parsed()) return RunInfo(info, std::cout, std::cerr);
   if (queryCommand->parsed()) return RunQuery(query, std::cout, std::cerr);
   return kExitUsage;
 }

@@ -47,6 +47,7 @@ CSourceSession::CSourceSession(const std::string& file, std::ostream& err) {
     return;
   }
   m_Filter->QueryInterface(IID_ITsStreamInfo, reinterpret_cast<void**>(m_Info.PutAddress()));
+  m_Filter->QueryInterface(IID_ITsScanReport, m_Report.PutVoid());
 }
 
 std::string CSourceSession::Query(const std::string& keyword) const {

@@ -5,8 +5,9 @@
 #include <ostream>
 #include <string>
 
-#include "platform/com_ptr.h"
+#include "control/scan_report.h"
 #include "control/ts_stream_info.h"
+#include "platform/com_ptr.h"
 #include "platform/strmif.h"
 
 class CSourceSession {
@@ -15,12 +16,15 @@ class CSourceSession {
   CSourceSession(const std::string& file, std::ostream& err);
   bool Ok() const { return m_Info.Get() != nullptr; }
   ITsStreamInfo* Info() const { return m_Info.Get(); }
+  // The tools' own report; null if the filter does not answer it.
+  ITsScanReport* Report() const { return m_Report.Get(); }
   // One query answer as UTF-8, empty for none.
   std::string Query(const std::string& keyword) const;
 
  private:
   ComPtr<IUnknown> m_Filter;
   ComPtr<ITsStreamInfo> m_Info;
+  ComPtr<ITsScanReport> m_Report;
 };
 
 // Text for a Win32 error code of the file calls.
