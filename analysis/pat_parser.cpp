@@ -13,7 +13,10 @@ int CPatParser::OfferSection(std::span<const std::uint8_t> section, std::size_t 
   const SectionHeader h = ReadSectionHeader(section);
   if (h.current_next_indicator == 0) return 0;
   if (!PassesCommonSectionTest(h)) return 0;
-  if ((h.section_length - 9) % 4 != 0) return 0;
+  // Signed: a section_length of 5 leaves -4 bytes of rows, a multiple of 4
+  // that holds no row.
+  const int rowBytes = static_cast<int>(h.section_length) - 9;
+  if (rowBytes % 4 != 0) return 0;
   if (h.table_id != 0) return 0;
   // The rest of a section longer than the bytes at hand is not there, so its
   // CRC cannot be right.
@@ -29,8 +32,8 @@ int CPatParser::OfferSection(std::span<const std::uint8_t> section, std::size_t 
   pat->last_section_number = h.last_section_number;
   pat->transport_stream_id = h.id_extension;
   const CSectionReader r(section);
-  const std::uint32_t rows = (h.section_length - 9) / 4;
-  pat->program_count = rows < kMaxPatRows ? rows : kMaxPatRows;
+  const int rows = rowBytes > 0 ? rowBytes / 4 : 0;
+  pat->program_count = static_cast<std::uint32_t>(rows < kMaxPatRows ? rows : kMaxPatRows);
   for (std::uint32_t i = 0; i < pat->program_count; ++i) {
     pat->rows[i].program_number = r.U16(8 + 4 * i);
     pat->rows[i].pmt_pid = r.Pid(10 + 4 * i);

@@ -117,6 +117,66 @@ Bytes LanguageDescriptor(const std::string& code, std::uint8_t audioType) {
   return descriptor;
 }
 
+void Reseal(Bytes& section) {
+  if (section.size() < 4) return;
+  const std::size_t body = section.size() - 4;
+  const std::uint32_t crc = Crc32Mpeg2(std::span<const std::uint8_t>(section).first(body));
+  for (std::size_t i = 0; i < 4; ++i) {
+    section[body + i] = static_cast<std::uint8_t>((crc >> (24 - 8 * i)) & 0xFF);
+  }
+}
+
+void SetSectionLength(Bytes& section, std::uint16_t sectionLength) {
+  if (section.size() < 3) return;
+  section[1] = static_cast<std::uint8_t>((section[1] & 0xF0) | ((sectionLength >> 8) & 0x0F));
+  section[2] = static_cast<std::uint8_t>(sectionLength & 0xFF);
+}
+
+Bytes InPacket(std::span<const std::uint8_t> section) {
+  const std::size_t n = std::min<std::size_t>(section.size(), 183);
+  Bytes bytes(section.begin(), section.begin() + static_cast<std::ptrdiff_t>(n));
+  bytes.resize(183, 0xFF);
+  return bytes;
+}
+
+Bytes ServiceDescriptor(const std::string& provider, const std::string& name, std::uint8_t serviceType) {
+  Bytes descriptor = {0x48, static_cast<std::uint8_t>(3 + provider.size() + name.size()), serviceType,
+                      static_cast<std::uint8_t>(provider.size())};
+  descriptor.insert(descriptor.end(), provider.begin(), provider.end());
+  descriptor.push_back(static_cast<std::uint8_t>(name.size()));
+  descriptor.insert(descriptor.end(), name.begin(), name.end());
+  return descriptor;
+}
+
+Bytes SdtSection(std::uint16_t transportStreamId, std::uint8_t version,
+                 const std::vector<SdtService>& services, std::uint8_t tableId, std::uint8_t sectionNumber,
+                 std::uint8_t lastSectionNumber) {
+  Bytes body = {0x12, 0x34, 0xFF};
+  for (const SdtService& service : services) {
+    body.push_back(static_cast<std::uint8_t>(service.serviceId >> 8));
+    body.push_back(static_cast<std::uint8_t>(service.serviceId & 0xFF));
+    body.push_back(0xFC);
+    body.push_back(static_cast<std::uint8_t>(0x80 | ((service.descriptors.size() >> 8) & 0x0F)));
+    body.push_back(static_cast<std::uint8_t>(service.descriptors.size() & 0xFF));
+    body.insert(body.end(), service.descriptors.begin(), service.descriptors.end());
+  }
+  return Section(tableId, transportStreamId, version, body, sectionNumber, lastSectionNumber);
+}
+
+std::vector<Packet> SectionPackets(std::uint16_t pid, std::span<const std::uint8_t> section) {
+  std::vector<Packet> packets;
+  Bytes first = {0x00};
+  const std::size_t head = std::min<std::size_t>(183, section.size());
+  first.insert(first.end(), section.begin(), section.begin() + static_cast<std::ptrdiff_t>(head));
+  packets.push_back(MakePacket(pid, true, first, -1, 0));
+  for (std::size_t at = head; at < section.size(); at += 184) {
+    const std::size_t n = std::min<std::size_t>(184, section.size() - at);
+    packets.push_back(
+        MakePacket(pid, false, section.subspan(at, n), -1, static_cast<std::uint8_t>(packets.size())));
+  }
+  return packets;
+}
+
 Bytes Mpeg2SequenceHeader(std::uint16_t width, std::uint16_t height, std::uint8_t aspectCode,
                           std::uint8_t frameRateCode) {
   return {0x00,

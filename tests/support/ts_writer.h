@@ -57,6 +57,36 @@ Bytes PmtSection(std::uint16_t program, std::uint8_t version, std::uint16_t pcrP
                  const std::vector<PmtStream>& streams);
 Bytes LanguageDescriptor(const std::string& code, std::uint8_t audioType = 0);
 
+// Rewrites the CRC_32 in the last four bytes after a test has edited the
+// section, so that only the edit decides whether a reader takes it.
+void Reseal(Bytes& section);
+// Writes a section_length into the header; the bytes stay as they are.
+void SetSectionLength(Bytes& section, std::uint16_t sectionLength);
+
+// The 183 section bytes of a packet whose section starts behind a
+// pointer_field of 0: the section, cut at the packet's end or padded with
+// stuffing.
+Bytes InPacket(std::span<const std::uint8_t> section);
+
+// Service descriptor (tag 0x48): service_type, provider name, service name.
+// The name is bytes, control codes included.
+Bytes ServiceDescriptor(const std::string& provider, const std::string& name,
+                        std::uint8_t serviceType = 1);
+
+struct SdtService {
+  std::uint16_t serviceId;
+  Bytes descriptors;
+};
+// An SDT section: original_network_id, a reserved byte, then one row per
+// service with running_status set in the bits above the loop length.
+Bytes SdtSection(std::uint16_t transportStreamId, std::uint8_t version,
+                 const std::vector<SdtService>& services, std::uint8_t tableId = 0x42,
+                 std::uint8_t sectionNumber = 0, std::uint8_t lastSectionNumber = 0);
+
+// A section split over packets of `pid`: the first, with the unit start and a
+// pointer_field of 0, takes 183 bytes, every further one 184.
+std::vector<Packet> SectionPackets(std::uint16_t pid, std::span<const std::uint8_t> section);
+
 // MPEG-2 video sequence header (00 00 01 B3 ...) of 12 bytes.
 Bytes Mpeg2SequenceHeader(std::uint16_t width, std::uint16_t height, std::uint8_t aspectCode,
                           std::uint8_t frameRateCode);
