@@ -1,7 +1,7 @@
 #include "host/media_sample.h"
 
-CMediaSample::CMediaSample(LONG size, ReturnToPool onFree)
-    : m_OnFree(std::move(onFree)),
+CMediaSample::CMediaSample(LONG size, IMemAllocator* allocator)
+    : m_Allocator(allocator),
       m_Size(size < 0 ? 0 : size),
       m_Buffer(new BYTE[static_cast<size_t>(size < 0 ? 0 : size)]()),
       m_ActualLength(m_Size) {}
@@ -22,8 +22,11 @@ STDMETHODIMP_(ULONG) CMediaSample::AddRef() { return ++m_RefCount; }
 STDMETHODIMP_(ULONG) CMediaSample::Release() {
   const ULONG left = --m_RefCount;
   if (left == 0) {
-    if (m_OnFree) {
-      m_OnFree(this);
+    // The allocator may delete this sample before the call returns: nothing
+    // of the object is touched afterwards.
+    IMemAllocator* allocator = m_Allocator;
+    if (allocator != nullptr) {
+      allocator->ReleaseBuffer(this);
     } else {
       delete this;
     }

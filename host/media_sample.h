@@ -3,17 +3,15 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <memory>
 
 #include "platform/strmif.h"
 
 class CMediaSample : public IMediaSample {
  public:
-  // Called instead of delete when the count drops to 0, so a pool can reuse it.
-  using ReturnToPool = std::function<void(CMediaSample*)>;
-
-  explicit CMediaSample(LONG size, ReturnToPool onFree = {});
+  // With an allocator, the last release hands the sample back to it instead
+  // of deleting it. The allocator is not referenced: it outlives its samples.
+  explicit CMediaSample(LONG size, IMemAllocator* allocator = nullptr);
   virtual ~CMediaSample() = default;
   CMediaSample(const CMediaSample&) = delete;
   CMediaSample& operator=(const CMediaSample&) = delete;
@@ -46,7 +44,7 @@ class CMediaSample : public IMediaSample {
 
  private:
   std::atomic<ULONG> m_RefCount{0};
-  ReturnToPool m_OnFree;
+  IMemAllocator* m_Allocator;
   LONG m_Size;
   std::unique_ptr<BYTE[]> m_Buffer;
   LONG m_ActualLength;

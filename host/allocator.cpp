@@ -1,0 +1,105 @@
+#include "host/allocator.h"
+
+#include <algorithm>
+#include <new>
+
+CMemAllocator* CMemAllocator::Create() { return new (std::nothrow) CMemAllocator(); }
+
+CMemAllocator::CMemAllocator() : CUnknown("Memory allocator", nullptr) {}
+
+CMemAllocator::~CMemAllocator() {
+  for (CMediaSample* sample : m_All) delete sample;
+}
+
+STDMETHODIMP CMemAllocator::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+  if (ppv == nullptr) return E_POINTER;
+  if (riid == IID_IMemAllocator) return GetInterface(static_cast<IMemAllocator*>(this), ppv);
+  return CUnknown::NonDelegatingQueryInterface(riid, ppv);
+}
+
+STDMETHODIMP CMemAllocator::SetProperties(ALLOCATOR_PROPERTIES* request, ALLOCATOR_PROPERTIES* actual) {
+  if (request == nullptr || actual == nullptr) return E_POINTER;
+  std::lock_guard<std::mutex> lock(m_Lock);
+  if (m_Committed) return VFW_E_ALREADY_COMMITTED;
+  if (m_Free.size() != m_All.size()) return VFW_E_BUFFERS_OUTSTANDING;
+  if (request->cBuffers <= 0 || request->cbBuffer <= 0 || request->cbAlign <= 0 || request->cbPrefix < 0) {
+    return E_INVALIDARG;
+  }
+  // New sizes take effect at the next commit: buffers of the old size go.
+  for (CMediaSample* sample : m_All) delete sample;
+  m_All.clear();
+  m_Free.clear();
+  m_Properties = *request;
+  m_Properties.cbAlign = 1;
+  m_Properties.cbPrefix = 0;
+  m_PropertiesSet = true;
+  *actual = m_Properties;
+  return S_OK;
+}
+
+STDMETHODIMP CMemAllocator::GetProperties(ALLOCATOR_PROPERTIES* properties) {
+  if (properties == nullptr) return E_POINTER;
+  std::lock_guard<std::mutex> lock(m_Lock);
+  *properties = m_Properties;
+  return S_OK;
+}
+
+STDMETHODIMP CMemAllocator::Commit() {
+  std::lock_guard<std::mutex> lock(m_Lock);
+  if (!m_PropertiesSet) return VFW_E_SIZENOTSET;
+  if (m_All.empty()) {
+    for (LONG i = 0; i < m_Properties.cBuffers; ++i) {
+      auto* sample = new (std::nothrow) CMediaSample(m_Properties.cbBuffer, this);
+      if (sample == nullptr) return E_OUTOFMEMORY;
+      m_All.push_back(sample);
+      m_Free.push_back(sample);
+    }
+  }
+  m_Committed = true;
+  return S_OK;
+}
+
+STDMETHODIMP CMemAllocator::Decommit() {
+  std::lock_guard<std::mutex> lock(m_Lock);
+  m_Committed = false;
+  // Wakes every request that waits for a buffer: they fail now.
+  m_Returned.notify_all();
+  return S_OK;
+}
+
+STDMETHODIMP CMemAllocator::GetBuffer(IMediaSample** sample, REFERENCE_TIME*, REFERENCE_TIME*, DWORD) {
+  if (sample == nullptr) return E_POINTER;
+  *sample = nullptr;
+  CMediaSample* taken = nullptr;
+  {
+    std::unique_lock<std::mutex> lock(m_Lock);
+    m_Returned.wait(lock, [this] { return !m_Committed || !m_Free.empty(); });
+    if (!m_Committed) return VFW_E_NOT_COMMITTED;
+    taken = m_Free.back();
+    m_Free.pop_back();
+  }
+  // Each sample out keeps the allocator alive until it comes back.
+  AddRef();
+  taken->ResetProperties();
+  taken->AddRef();
+  *sample = taken;
+  return S_OK;
+}
+
+STDMETHODIMP CMemAllocator::ReleaseBuffer(IMediaSample* sample) {
+  if (sample == nullptr) return E_POINTER;
+  {
+    std::lock_guard<std::mutex> lock(m_Lock);
+    auto* ours = static_cast<CMediaSample*>(sample);
+    if (std::find(m_All.begin(), m_All.end(), ours) == m_All.end()) return E_INVALIDARG;
+    m_Free.push_back(ours);
+    m_Returned.notify_all();
+  }
+  Release();
+  return S_OK;
+}
+
+int CMemAllocator::Outstanding() {
+  std::lock_guard<std::mutex> lock(m_Lock);
+  return static_cast<int>(m_All.size() - m_Free.size());
+}

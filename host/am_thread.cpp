@@ -1,0 +1,56 @@
+#include "host/am_thread.h"
+
+CAMThread::~CAMThread() {
+  // A derived worker must have ended its thread before its own destructor
+  // ran; this only guards against a thread left behind.
+  if (m_Thread.joinable()) m_Thread.join();
+}
+
+bool CAMThread::Create() {
+  if (m_Thread.joinable()) return false;
+  try {
+    m_Thread = std::thread([this] { ThreadProc(); });
+  } catch (const std::system_error&) {
+    return false;
+  }
+  return true;
+}
+
+bool CAMThread::ThreadExists() const { return m_Thread.joinable(); }
+
+void CAMThread::Close() {
+  if (m_Thread.joinable()) m_Thread.join();
+}
+
+DWORD CAMThread::CallWorker(DWORD command) {
+  std::lock_guard<std::mutex> sender(m_SenderLock);
+  if (!m_Thread.joinable()) return static_cast<DWORD>(E_FAIL);
+  std::unique_lock<std::mutex> lock(m_Lock);
+  m_Command = command;
+  m_Replied = false;
+  m_Pending = true;
+  m_Changed.notify_all();
+  m_Changed.wait(lock, [this] { return m_Replied; });
+  return m_Result;
+}
+
+DWORD CAMThread::GetRequest() {
+  std::unique_lock<std::mutex> lock(m_Lock);
+  m_Changed.wait(lock, [this] { return m_Pending; });
+  return m_Command;
+}
+
+bool CAMThread::CheckRequest(DWORD* command) {
+  std::lock_guard<std::mutex> lock(m_Lock);
+  if (!m_Pending) return false;
+  if (command != nullptr) *command = m_Command;
+  return true;
+}
+
+void CAMThread::Reply(DWORD result) {
+  std::lock_guard<std::mutex> lock(m_Lock);
+  m_Pending = false;
+  m_Result = result;
+  m_Replied = true;
+  m_Changed.notify_all();
+}

@@ -1,0 +1,45 @@
+// A worker thread driven by commands: the sender blocks until the worker
+// replies, and the worker can look for a command between two pieces of work
+// without waiting. A command stays pending until it is replied to.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "platform/win_types.h"
+
+class CAMThread {
+ public:
+  CAMThread() = default;
+  virtual ~CAMThread();
+  CAMThread(const CAMThread&) = delete;
+  CAMThread& operator=(const CAMThread&) = delete;
+
+  // Starts the thread; false if one exists already or it cannot be made.
+  bool Create();
+  bool ThreadExists() const;
+  // Waits for the thread to end and forgets it.
+  void Close();
+
+  // Sender side: one command at a time; blocks until the reply.
+  DWORD CallWorker(DWORD command);
+
+  // Worker side.
+  DWORD GetRequest();                 // waits for a command
+  bool CheckRequest(DWORD* command);  // looks without waiting
+  void Reply(DWORD result);
+
+ protected:
+  virtual DWORD ThreadProc() = 0;
+
+ private:
+  std::mutex m_SenderLock;  // one sender at a time
+  std::mutex m_Lock;        // guards the fields below
+  std::condition_variable m_Changed;
+  bool m_Pending = false;   // a command waits for its reply
+  bool m_Replied = false;
+  DWORD m_Command = 0;
+  DWORD m_Result = 0;
+  std::thread m_Thread;     // owned by the host thread that creates and closes it
+};
