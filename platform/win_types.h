@@ -30,10 +30,17 @@ using WPARAM = std::uintptr_t;
 using LPARAM = std::intptr_t;
 using LRESULT = std::intptr_t;
 using SIZE_T = std::size_t;
+using ULONG_PTR = std::uintptr_t;
 using REFERENCE_TIME = std::int64_t;
 
 struct HWND__;
 using HWND = HWND__*;
+
+// 100-nanosecond intervals since 1601, split in halves as on the platform.
+struct FILETIME {
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
 
 inline constexpr BOOL TRUE = 1;
 inline constexpr BOOL FALSE = 0;
@@ -92,6 +99,12 @@ inline constexpr DWORD ERROR_FILE_EXISTS = 80;
 inline constexpr DWORD ERROR_DISK_FULL = 112;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 inline constexpr DWORD ERROR_NOT_ENOUGH_QUOTA = 1816;
+inline constexpr DWORD ERROR_BAD_PATHNAME = 161;
+inline constexpr DWORD ERROR_MORE_DATA = 234;
+inline constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
+inline constexpr DWORD ERROR_NOACCESS = 998;
+inline constexpr DWORD ERROR_BADDB = 1009;
+inline constexpr DWORD ERROR_KEY_DELETED = 1018;
 
 // A Win32 error as an HRESULT: positive codes go into the FACILITY_WIN32
 // space by their low 16 bits, anything else passes unchanged.

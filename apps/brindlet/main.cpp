@@ -8,6 +8,7 @@
 
 #include "apps/brindlet/info_command.h"
 #include "apps/brindlet/query_command.h"
+#include "apps/brindlet/settings_command.h"
 
 int main(int argc, char** argv) {
   CLI::App app{"Brindlet: MPEG transport stream source filter, from the command line"};
@@ -29,6 +30,21 @@ int main(int argc, char** argv) {
   queryCommand->add_option("KEYWORD", query.keywords, "Keywords such as NUMPIDS or GETPID(0)")
       ->required();
 
+  SettingsOptions settings;
+  CLI::App* settingsCommand = app.add_subcommand("settings", "Show or change the per-user settings");
+  settingsCommand->require_subcommand(1);
+  settingsCommand->add_subcommand("list", "Every setting with its value")
+      ->callback([&] { settings.action = "list"; });
+  CLI::App* getCommand = settingsCommand->add_subcommand("get", "One setting's value");
+  getCommand->add_option("NAME", settings.name, "Setting, such as PrefDemux")->required();
+  getCommand->callback([&] { settings.action = "get"; });
+  CLI::App* setCommand = settingsCommand->add_subcommand("set", "Store a value");
+  setCommand->add_option("NAME", settings.name, "Setting, such as PrefDemux")->required();
+  setCommand->add_option("VALUE", settings.value, "A number (decimal or 0x hex), or text")->required();
+  setCommand->callback([&] { settings.action = "set"; });
+  settingsCommand->add_subcommand("reset", "Delete the stored settings: all return to their defaults")
+      ->callback([&] { settings.action = "reset"; });
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -42,5 +58,6 @@ int main(int argc, char** argv) {
 
   if (infoCommand->parsed()) return RunInfo(info, std::cout, std::cerr);
   if (queryCommand->parsed()) return RunQuery(query, std::cout, std::cerr);
+  if (settingsCommand->parsed()) return RunSettings(settings, std::cout, std::cerr);
   return kExitUsage;
 }

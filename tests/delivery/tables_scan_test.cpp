@@ -6,6 +6,7 @@
 #include "control/settings_store.h"
 #include "platform/messages.h"
 #include "tests/delivery/filter_probe.h"
+#include "tests/support/scoped_registry.h"
 #include "tests/support/ts_writer.h"
 
 namespace {
@@ -184,7 +185,8 @@ TEST_F(TablesScanTest, PmtWithBadCrcNeedsIgnoreCrcElseTheCensusDecides) {
     static_cast<ITsScanReport*>(&*filter)->GetScanFlags(&ready, &noPmt, &program);
     EXPECT_EQ(noPmt, 1u) << "no usable PMT: the fallback ran";
   }
-  CSettingsOverride settings({{"IgnoreCRC", 5}});
+  tsw::ScopedRegistry registry;
+  ASSERT_TRUE(WriteSettingDword("IgnoreCRC", 5));
   ASSERT_EQ(Load(file), S_OK);
   EXPECT_EQ(NoPmt(), 0u) << "the retry accepted the PMT";
   EXPECT_EQ(VideoPid(), kVideo);
@@ -258,7 +260,8 @@ TEST_F(TablesScanTest, ElementaryOutputReadsNoTablesSoTheCensusDecides) {
   file.AddSection(0, tsw::PatSection(1, 0, {{1, kPmtPid}}));
   file.AddSection(kPmtPid, StandardPmt());
   AddMedia(file, 50);
-  CSettingsOverride settings({{"PrefDemux", 3}});
+  tsw::ScopedRegistry registry;
+  ASSERT_TRUE(WriteSettingDword("PrefDemux", 3));
   ASSERT_EQ(Load(file), S_OK);
   EXPECT_EQ(m_Filter->OutputPin()->Name(), L"Video");
   EXPECT_EQ(NoPmt(), 1u);
