@@ -121,15 +121,5 @@ TEST(CMediaSample, TimesFlagsAndLengthBounds) {
   EXPECT_EQ(sample->Release(), 0u);
 }
 
-TEST(CMediaSample, LastReleaseGoesBackToThePool) {
-  int returned = 0;
-  CMediaSample sample(188, [&](CMediaSample*) { ++returned; });
-  sample.AddRef();
-  sample.AddRef();
-  sample.Release();
-  EXPECT_EQ(returned, 0);
-  sample.Release();
-  EXPECT_EQ(returned, 1);
-}
 
 }  // namespace
