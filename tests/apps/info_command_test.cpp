@@ -13,6 +13,7 @@
 
 #include "apps/brindlet/query_command.h"
 #include "platform/codepage.h"
+#include "tests/support/process.h"
 #include "tests/support/ts_writer.h"
 
 namespace {
@@ -204,25 +205,9 @@ Json InfoJson(const std::filesystem::path& path) {
   return json.value_or(Json{});
 }
 
-struct CommandResult {
-  int status;
-  std::string out;
-};
-
-CommandResult Shell(const std::string& command) {
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return {-1, ""};
-  std::string out;
-  char buffer[4096];
-  std::size_t n = 0;
-  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-  const int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
-}
-
-bool OnPath(const std::string& tool) {
-  return Shell("command -v " + tool + " >/dev/null 2>&1").status == 0;
-}
+using tsw::CommandResult;
+using tsw::OnPath;
+using tsw::Shell;
 
 class InfoCommandTest : public ::testing::Test {
  protected:

@@ -7,26 +7,14 @@
 #include <cstdio>
 #include <sstream>
 
+#include "tests/support/process.h"
 #include "tests/support/ts_writer.h"
 
 namespace {
 
-struct CommandResult {
-  int status;
-  std::string out;
-};
-
 // Runs the installed tool with stderr folded into stdout.
-CommandResult RunTool(const std::string& arguments) {
-  const std::string command = std::string(BRINDLET_CLI) + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return {-1, ""};
-  std::string out;
-  char buffer[4096];
-  std::size_t n = 0;
-  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-  const int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+tsw::CommandResult RunTool(const std::string& arguments) {
+  return tsw::Shell(std::string(BRINDLET_CLI) + " " + arguments + " 2>&1");
 }
 
 tsw::TsFile Small() {
@@ -59,7 +47,7 @@ TEST(BrindletTool, ExitStatuses) {
   tsw::TempDir dir;
   const auto path = dir.File("q.ts");
   Small().Write(path);
-  const CommandResult ok = RunTool("query " + path.string() + " NUMPACKETS");
+  const tsw::CommandResult ok = RunTool("query " + path.string() + " NUMPACKETS");
   EXPECT_EQ(ok.status, 0);
   EXPECT_EQ(ok.out, "1000\n");
   EXPECT_EQ(RunTool("query " + dir.File("x.ts").string() + " NUMPIDS").status, 1);
