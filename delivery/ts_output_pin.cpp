@@ -1,12 +1,86 @@
 #include "delivery/ts_output_pin.h"
 
-CTsOutputPin::CTsOutputPin(HRESULT* result, CPacketEngineHost& host, std::uint32_t prefDemux,
+#include "delivery/ts_source_filter.h"
+
+namespace {
+constexpr std::uint32_t kElementaryDemux = 3;
+constexpr LONG kSampleBuffers = 2;
+}  // namespace
+
+CTsOutputPin::CTsOutputPin(HRESULT* result, CTsSourceFilter* filter, CPacketEngineHost& host,
                            REFERENCE_TIME duration)
-    : m_Name(prefDemux == 3 ? L"Video" : L"TS Out"),
+    : CSourceStream("Brindlet output pin", result, filter,
+                    filter->PrefDemuxValue() == kElementaryDemux ? L"Video" : L"TS Out"),
+      m_TsFilter(filter),
       m_Engine(host),
-      m_Duration(duration),
-      m_Stop(duration) {
-  if (result != nullptr) *result = S_OK;
+      m_Seeking(this, NonDelegatingUnknown(), &m_PinLock, duration),
+      m_DurationMirror(duration) {}
+
+CTsOutputPin::~CTsOutputPin() = default;
+
+STDMETHODIMP CTsOutputPin::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+  if (ppv == nullptr) return E_POINTER;
+  if (riid == IID_IMediaSeeking) return GetInterface(static_cast<IMediaSeeking*>(&m_Seeking), ppv);
+  return CSourceStream::NonDelegatingQueryInterface(riid, ppv);
+}
+
+HRESULT CTsOutputPin::GetMediaType(CMediaType* type) {
+  if (type == nullptr) return E_POINTER;
+  CAutoLock lock(m_StateLock);
+  *type = CMediaType();
+  type->SetMajorType(MEDIATYPE_Stream);
+  type->SetSubtype(m_TsFilter->PrefDemuxValue() == kElementaryDemux ? MEDIASUBTYPE_MPEG2_VIDEO
+                                                                    : MEDIASUBTYPE_MPEG2_TRANSPORT);
+  type->SetFixedSizeSamples(true);
+  type->SetSampleSize(1);
+  return S_OK;
+}
+
+HRESULT CTsOutputPin::DecideBufferSize(IMemAllocator* allocator, ALLOCATOR_PROPERTIES* properties) {
+  CAutoLock lock(m_StateLock);
+  if (allocator == nullptr || properties == nullptr) return E_POINTER;
+  {
+    CAutoLock pinLock(&m_PinLock);
+    if (m_Engine.PacketBlock.empty()) return E_FAIL;
+  }
+  // One packet per sample, at most two in flight, whatever the peer asked.
+  properties->cBuffers = kSampleBuffers;
+  properties->cbBuffer = static_cast<LONG>(kPacketSize);
+  properties->cbAlign = 1;
+  properties->cbPrefix = 0;
+  ALLOCATOR_PROPERTIES actual{};
+  const HRESULT hr = allocator->SetProperties(properties, &actual);
+  if (FAILED(hr)) return hr;
+  return actual.cbBuffer >= static_cast<LONG>(kPacketSize) ? S_OK : E_FAIL;
+}
+
+HRESULT CTsOutputPin::CheckConnect(IPin* peer) {
+  HRESULT hr = CBaseOutputPin::CheckConnect(peer);
+  if (FAILED(hr)) return hr;
+  if (m_TsFilter->HoldsDemux()) return S_OK;
+
+  PIN_INFO info{};
+  hr = peer->QueryPinInfo(&info);
+  if (FAILED(hr)) return hr;
+  if (info.pFilter != nullptr) {
+    // On success the wiring keeps the reference that the pin info carried.
+    hr = m_TsFilter->WireDemux(info.pFilter);
+    if (FAILED(hr)) {
+      info.pFilter->Release();
+      if (m_TsFilter->PrefDemuxValue() != 1) hr = S_OK;
+    }
+    if (FAILED(hr)) return hr;
+  }
+  m_TsFilter->RegisterFilterInRot();
+  return hr;
+}
+
+HRESULT CTsOutputPin::BreakConnect() {
+  const HRESULT hr = CBaseOutputPin::BreakConnect();
+  m_TsFilter->ReleaseDemux();
+  if (FAILED(hr)) return hr;
+  m_TsFilter->RevokeFilterFromRot();
+  return S_OK;
 }
 
 HRESULT CTsOutputPin::FillBuffer(IMediaSample* sample) {
@@ -22,7 +96,7 @@ HRESULT CTsOutputPin::FillBuffer(IMediaSample* sample) {
   }
 
   SampleProperties properties;
-  const HRESULT hr = m_Engine.FillBuffer(buffer, m_Rate, m_Stop, &properties);
+  const HRESULT hr = m_Engine.FillBuffer(buffer, m_Seeking.SeekRate(), m_Seeking.SeekStop(), &properties);
   if (hr == S_OK && sample != nullptr) {
     sample->SetTime(&properties.start, &properties.stop);
     sample->SetSyncPoint(properties.syncPoint ? TRUE : FALSE);
@@ -38,8 +112,25 @@ HRESULT CTsOutputPin::OnThreadDestroy() {
   return S_OK;
 }
 
+HRESULT CTsOutputPin::OnThreadStartPlay() {
+  return DeliverNewSegment(m_Seeking.SeekStart(), m_Seeking.SeekStop(), m_Seeking.SeekRate());
+}
+
+void CTsOutputPin::RestartWorker() {
+  if (!ThreadExists()) return;
+  DeliverBeginFlush();
+  StopWorker();
+  DeliverEndFlush();
+  RunWorker();
+}
+
 void CTsOutputPin::SetSeekDuration(REFERENCE_TIME duration) {
   CAutoLock lock(&m_PinLock);
-  m_Duration = duration;
-  m_Stop = duration;
+  m_Seeking.SetSeekDuration(duration);
+  m_DurationMirror = duration;
+}
+
+REFERENCE_TIME CTsOutputPin::DurationForQueries() {
+  if (m_Seeking.TimeFormatIsBytes()) return static_cast<REFERENCE_TIME>(m_TsFilter->StreamBytes());
+  return m_DurationMirror;
 }

@@ -25,8 +25,8 @@
 #include "control/ts_stream_info.h"
 #include "delivery/ts_output_pin.h"
 #include "host/critical_section.h"
-#include "host/cunknown.h"
 #include "host/media_type.h"
+#include "host/source.h"
 #include "platform/strmif.h"
 
 inline constexpr CLSID CLSID_BrindletSource =
@@ -37,8 +37,15 @@ inline constexpr CLSID CLSID_BrindletSource =
 inline constexpr std::uint64_t kEstimateBytesPerSecond = 2401587;
 inline constexpr wchar_t kDefaultFileName[] = L"default.ts";
 
-class CTsSourceFilter : public CUnknown,
+inline constexpr CLSID CLSID_NvidiaHdtvDemux =
+    MakeGuid(0x735823C1, 0xACC4, 0x11D3, 0x85, 0xAC, 0x00, 0x60, 0x08, 0x37, 0x6F, 0xB8);
+inline constexpr char kVendorInfo[] = "1.2.0.0";
+
+class CTsSourceFilter : public CSource,
                         public IFileSourceFilter,
+                        public IAMFilterMiscFlags,
+                        public IAMStreamSelect,
+                        public ISpecifyPropertyPages,
                         public ITsStreamInfo,
                         public ITsScanReport,
                         private CPacketEngineHost,
@@ -52,6 +59,25 @@ class CTsSourceFilter : public CUnknown,
 
   DECLARE_IUNKNOWN
   STDMETHODIMP NonDelegatingQueryInterface(REFIID riid, void** ppv) override;
+
+  // IBaseFilter, where the filter adds to the base
+  STDMETHODIMP JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
+  STDMETHODIMP QueryVendorInfo(LPWSTR* vendorInfo) override;
+  STDMETHODIMP SetSyncSource(IReferenceClock* clock) override;
+  STDMETHODIMP Stop() override;
+  STDMETHODIMP Pause() override;
+
+  // IAMFilterMiscFlags
+  STDMETHODIMP_(ULONG) GetMiscFlags() override;
+
+  // IAMStreamSelect
+  STDMETHODIMP Count(DWORD* streams) override;
+  STDMETHODIMP Info(LONG index, AM_MEDIA_TYPE** type, DWORD* flags, LCID* lcid, DWORD* group, LPWSTR* name,
+                    IUnknown** object, IUnknown** unknown) override;
+  STDMETHODIMP Enable(LONG index, DWORD flags) override;
+
+  // ISpecifyPropertyPages
+  STDMETHODIMP GetPages(CAUUID* pages) override;
 
   // IFileSourceFilter
   STDMETHODIMP Load(LPCWSTR fileName, const AM_MEDIA_TYPE* type) override;
@@ -84,9 +110,28 @@ class CTsSourceFilter : public CUnknown,
   CTsOutputPin* OutputPin() const { return m_OutputPin.get(); }
   CCritSec& FilterLock() { return m_FilterLock; }
 
+  // For the pin and the seeking object.
+  std::uint32_t PrefDemuxValue() const { return m_PrefDemux; }
+  bool FastSeekingOn() const { return m_FastSeeking != 0; }
+  std::uint64_t FileSizeBytes();
+  std::uint64_t StreamBytes() { return GetStreamSize(); }
+  void SetStreamLimit(std::uint64_t bytes);
+  bool HoldsDemux();
+  // Wires the demultiplexer `peer` and keeps its reference on success.
+  HRESULT WireDemux(IBaseFilter* peer);
+  void ReleaseDemux();
+  HRESULT RegisterFilterInRot();
+  void RevokeFilterFromRot();
+
+  // Internal operations of the object.
+  HRESULT AddFilterByClass(REFCLSID clsid, IBaseFilter** filterOut, LPCWSTR name);
+  HRESULT RegisterInRot(IUnknown* object, DWORD* cookieOut, bool isGraph);
+  void RevokeFromRot(DWORD cookie);
+
  private:
   friend class CTsSourceFilterProbe;  // tests look at the findings directly
 
+  void ChooseClock();
   void RunScan(std::uint64_t streamSize);
   void RunPass(std::uint32_t calls);
   void MeasureDuration(std::uint64_t streamSize);
@@ -156,9 +201,14 @@ class CTsSourceFilter : public CUnknown,
   int m_PCRClock = 0;
   int m_DetLength = 1;
   int m_IgnoreCRC = 0;
-  int m_FastSeeking = 1;
+  std::atomic<int> m_FastSeeking{1};              // read by position queries
   std::atomic<std::uint32_t> m_PrefDemux{1};      // read by the worker on every packet
   std::atomic<std::uint32_t> m_NotifyWindow{0};   // set by queries, read by the worker
+
+  IBaseFilter* m_DemuxFilter = nullptr;  // referenced
+  DWORD m_GraphRotCookie = 0;
+  DWORD m_FilterRotCookie = 0;
+  int m_MiscFlagsAsked = 0;
 
   std::unique_ptr<CTsOutputPin> m_OutputPin;
 };

@@ -408,3 +408,36 @@ inline constexpr HRESULT VFW_S_STATE_INTERMEDIATE = MakeHResult(0x00040237u);
 inline constexpr HRESULT VFW_E_SAMPLE_TIME_NOT_SET = MakeHResult(0x80040249u);
 inline constexpr HRESULT VFW_E_MEDIA_TIME_NOT_SET = MakeHResult(0x80040251u);
 inline constexpr HRESULT VFW_E_BUFFER_OVERFLOW = MakeHResult(0x8004020Du);
+
+// ---- Graph building and file sinks ------------------------------------------
+
+inline constexpr IID IID_IFileSinkFilter =
+    MakeGuid(0xA2104830, 0x7C70, 0x11CF, 0x8B, 0xCE, 0x00, 0xAA, 0x00, 0xA3, 0xF1, 0xA6);
+
+// Filter names are at most this many characters, the zero included.
+inline constexpr std::size_t MAX_FILTER_NAME = 128;
+inline constexpr std::size_t MAX_PIN_NAME = 128;
+
+inline constexpr HRESULT VFW_S_DUPLICATE_NAME = MakeHResult(0x0004022Du);
+inline constexpr HRESULT VFW_E_NOT_IN_GRAPH = MakeHResult(0x8004025Fu);
+
+struct IGraphBuilder : public IFilterGraph {
+  STDMETHOD(Connect)(IPin* output, IPin* input) PURE;
+  STDMETHOD(Render)(IPin* output) PURE;
+  STDMETHOD(RenderFile)(LPCWSTR file, LPCWSTR playList) PURE;
+  STDMETHOD(AddSourceFilter)(LPCWSTR fileName, LPCWSTR filterName, IBaseFilter** filter) PURE;
+  STDMETHOD(SetLogFile)(DWORD_PTR file) PURE;
+  STDMETHOD(Abort)() PURE;
+  STDMETHOD(ShouldOperationContinue)() PURE;
+
+ protected:
+  ~IGraphBuilder() = default;
+};
+
+struct IFileSinkFilter : public IUnknown {
+  STDMETHOD(SetFileName)(LPCWSTR fileName, const AM_MEDIA_TYPE* type) PURE;
+  STDMETHOD(GetCurFile)(LPWSTR* fileName, AM_MEDIA_TYPE* type) PURE;
+
+ protected:
+  ~IFileSinkFilter() = default;
+};

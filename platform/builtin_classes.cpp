@@ -1,0 +1,16 @@
+#include "platform/builtin_classes.h"
+
+#include "platform/graph_manager.h"
+#include "platform/reference_clock.h"
+#include "platform/sink_filters.h"
+#include "platform/strmif.h"
+
+std::span<const PlatformClass> PlatformClasses() {
+  static const PlatformClass kClasses[] = {
+      {CLSID_FilterGraph, platform_internal::CreateFilterGraph},
+      {CLSID_SystemClock, platform_internal::CreateSystemClock},
+      {CLSID_NullRenderer, platform_internal::CreateNullRenderer},
+      {CLSID_StreamFileWriter, platform_internal::CreateStreamFileWriter},
+  };
+  return kClasses;
+}

@@ -1,0 +1,117 @@
+#include "platform/sink_filters.h"
+
+#include <string>
+
+#include "platform/codepage.h"
+#include "platform/files.h"
+#include "platform/graph_plumbing.h"
+#include "platform/sink_filter_base.h"
+
+namespace platform_internal {
+
+namespace {
+
+class CNullRenderer final : public CSinkFilter {
+ public:
+  CNullRenderer() : CSinkFilter(CLSID_NullRenderer) {}
+};
+
+class CStreamFileWriter final : public CSinkFilter, public IFileSinkFilter {
+ public:
+  CStreamFileWriter() : CSinkFilter(CLSID_StreamFileWriter) {}
+
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    return CSinkFilter::QueryInterface(riid, ppv);
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return CSinkFilter::AddRef(); }
+  STDMETHODIMP_(ULONG) Release() override { return CSinkFilter::Release(); }
+
+  // Takes effect at the next pause out of stopped; the type is kept only to
+  // be given back.
+  STDMETHODIMP SetFileName(LPCWSTR fileName, const AM_MEDIA_TYPE* type) override {
+    if (fileName == nullptr) return E_POINTER;
+    std::lock_guard<std::mutex> guard(m_Lock);
+    m_FileName = fileName;
+    m_FileType = AM_MEDIA_TYPE{};
+    if (type != nullptr) {
+      m_FileType.majortype = type->majortype;
+      m_FileType.subtype = type->subtype;
+    }
+    return S_OK;
+  }
+
+  // E_FAIL, with a null name, before a name was set.
+  STDMETHODIMP GetCurFile(LPWSTR* fileName, AM_MEDIA_TYPE* type) override {
+    if (fileName == nullptr) return E_POINTER;
+    *fileName = nullptr;
+    std::lock_guard<std::mutex> guard(m_Lock);
+    if (type != nullptr) *type = m_FileType;
+    if (m_FileName.empty()) return E_FAIL;
+    return CopyWideString(m_FileName, fileName);
+  }
+
+ protected:
+  ~CStreamFileWriter() override {
+    if (m_File != INVALID_HANDLE_VALUE) CloseHandle(m_File);
+  }
+
+  HRESULT QueryMoreInterfaces(REFIID riid, void** ppv) override {
+    if (riid != IID_IFileSinkFilter) return CSinkFilter::QueryMoreInterfaces(riid, ppv);
+    *ppv = static_cast<IFileSinkFilter*>(this);
+    AddRef();
+    return S_OK;
+  }
+
+  HRESULT OnStartStreaming() override {
+    if (m_FileName.empty()) return E_FAIL;
+    m_File = CreateFileA(WideToAnsi(m_FileName).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                         CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return m_File != INVALID_HANDLE_VALUE ? S_OK : LastErrorResult();
+  }
+
+  void OnStopStreaming() override {
+    if (m_File != INVALID_HANDLE_VALUE) CloseHandle(m_File);
+    m_File = INVALID_HANDLE_VALUE;
+  }
+
+  HRESULT OnWrite(const BYTE* data, LONG length) override {
+    if (length == 0) return S_OK;
+    DWORD written = 0;
+    if (!WriteFile(m_File, data, static_cast<DWORD>(length), &written, nullptr)) {
+      return LastErrorResult();
+    }
+    // A short write that reports no error is a full device.
+    return written == static_cast<DWORD>(length) ? S_OK : HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+  }
+
+ private:
+  static HRESULT LastErrorResult() {
+    const DWORD error = GetLastError();
+    return error != ERROR_SUCCESS ? HRESULT_FROM_WIN32(error) : E_FAIL;
+  }
+
+  std::wstring m_FileName;               // guarded by m_Lock
+  AM_MEDIA_TYPE m_FileType{};            // guarded by m_Lock; no format block
+  HANDLE m_File = INVALID_HANDLE_VALUE;  // guarded by m_Lock; open from pause to stop
+};
+
+template <class Sink>
+HRESULT CreateSink(IUnknown* outer, REFIID riid, void** ppv) {
+  if (ppv == nullptr) return E_POINTER;
+  *ppv = nullptr;
+  if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+  ComPtr<IBaseFilter> sink(new Sink);
+  return sink->QueryInterface(riid, ppv);
+}
+
+}  // namespace
+
+HRESULT CreateNullRenderer(IUnknown* outer, REFIID riid, void** ppv) {
+  return CreateSink<CNullRenderer>(outer, riid, ppv);
+}
+
+HRESULT CreateStreamFileWriter(IUnknown* outer, REFIID riid, void** ppv) {
+  return CreateSink<CStreamFileWriter>(outer, riid, ppv);
+}
+
+}  // namespace platform_internal

@@ -1,0 +1,260 @@
+#include "platform/objbase.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "platform/control.h"
+#include "platform/files.h"
+#include "platform/registry.h"
+#include "platform/sink_filters.h"
+#include "platform/strmif.h"
+#include "tests/platform/test_module.h"
+
+namespace {
+
+constexpr CLSID kUnknownClass =
+    MakeGuid(0x9E2C7D41, 0x1B0A, 0x4C55, 0x8F, 0x2E, 0x33, 0x71, 0x0D, 0x6A, 0x5B, 0x90);
+
+std::string RealPath(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::canonical(path, error).string();
+}
+
+TEST(CoCreateInstance, MakesThePlatformsClasses) {
+  const struct {
+    CLSID clsid;
+    IID iid;
+  } cases[] = {
+      {CLSID_FilterGraph, IID_IGraphBuilder},    {CLSID_FilterGraph, IID_IMediaControl},
+      {CLSID_SystemClock, IID_IReferenceClock},  {CLSID_NullRenderer, IID_IBaseFilter},
+      {CLSID_StreamFileWriter, IID_IFileSinkFilter},
+  };
+  for (const auto& c : cases) {
+    ComPtr<IUnknown> object;
+    EXPECT_EQ(CoCreateInstance(c.clsid, nullptr, CLSCTX_INPROC_SERVER, c.iid, object.PutVoid()),
+              S_OK)
+        << GuidToString(c.clsid);
+    EXPECT_TRUE(object);
+  }
+}
+
+TEST(CoCreateInstance, RefusalsLeaveNoObject) {
+  const struct {
+    CLSID clsid;
+    IUnknown* outer;
+    DWORD context;
+    IID iid;
+    HRESULT expected;
+  } cases[] = {
+      {kUnknownClass, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, REGDB_E_CLASSNOTREG},
+      {CLSID_FilterGraph, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, REGDB_E_CLASSNOTREG},
+      {CLSID_NullRenderer, nullptr, CLSCTX_ALL, IID_IFileSinkFilter, E_NOINTERFACE},
+      {CLSID_SystemClock, reinterpret_cast<IUnknown*>(0x10), CLSCTX_INPROC_SERVER, IID_IUnknown,
+       CLASS_E_NOAGGREGATION},
+  };
+  for (const auto& c : cases) {
+    void* object = reinterpret_cast<void*>(0x1);
+    EXPECT_EQ(CoCreateInstance(c.clsid, c.outer, c.context, c.iid, &object), c.expected);
+    EXPECT_EQ(object, nullptr);
+  }
+  EXPECT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_ALL, IID_IUnknown, nullptr),
+            E_INVALIDARG);
+}
+
+// Counts creations, so a test can see which factory answered.
+class CCountingFactory final : public IClassFactory {
+ public:
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    *ppv = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr;
+    if (*ppv == nullptr) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return ++refs; }
+  STDMETHODIMP_(ULONG) Release() override { return --refs; }
+  STDMETHODIMP CreateInstance(IUnknown*, REFIID, void** ppv) override {
+    ++created;
+    *ppv = nullptr;
+    return E_OUTOFMEMORY;
+  }
+  STDMETHODIMP LockServer(BOOL) override { return S_OK; }
+  ULONG refs = 0;
+  int created = 0;
+};
+
+TEST(CoCreateInstance, ProcessFactoryStandsInFrontAndGoesAgain) {
+  CCountingFactory factory;
+  ASSERT_EQ(PlatformRegisterClassObject(CLSID_NullRenderer, &factory), S_OK);
+  void* object = nullptr;
+  EXPECT_EQ(CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
+                             &object),
+            E_OUTOFMEMORY);
+  EXPECT_EQ(factory.created, 1);
+  ASSERT_EQ(PlatformRegisterClassObject(CLSID_NullRenderer, nullptr), S_OK);
+  EXPECT_EQ(factory.refs, 0u);
+  // The platform's own renderer is back.
+  ComPtr<IBaseFilter> renderer;
+  EXPECT_EQ(CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                             renderer.PutVoid()),
+            S_OK);
+  EXPECT_EQ(factory.created, 1);
+}
+
+TEST(CoInitialize, CountsPerThread) {
+  std::thread([] {
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+    EXPECT_EQ(CoInitialize(nullptr), S_FALSE);
+    CoUninitialize();
+    CoUninitialize();
+    CoUninitialize();  // one too many is harmless
+    EXPECT_EQ(CoInitialize(nullptr), S_OK);
+    CoUninitialize();
+  }).join();
+}
+
+TEST(GetModuleFileName, ProgramAndTruncation) {
+  char path[PATH_MAX];
+  const DWORD length = GetModuleFileNameA(nullptr, path, sizeof path);
+  ASSERT_GT(length, 0u);
+  EXPECT_EQ(std::string(path, length), RealPath("/proc/self/exe"));
+
+  // The program's own base address names the program too.
+  EXPECT_EQ(PlatformModuleFromAddress(&path), nullptr) << "a stack address is in no module";
+  const HINSTANCE self = PlatformModuleFromAddress(reinterpret_cast<const void*>(&RealPath));
+  ASSERT_NE(self, nullptr);
+  EXPECT_EQ(GetModuleFileNameA(self, path, sizeof path), length);
+
+  char small[5];
+  EXPECT_EQ(GetModuleFileNameA(nullptr, small, sizeof small), 5u);
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(std::string(small), std::string(path, 4));
+
+  EXPECT_EQ(GetModuleFileNameA(reinterpret_cast<HINSTANCE>(0x1000), path, sizeof path), 0u);
+  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+}
+
+// The module is loaded once per process, so the tests below share it and
+// check DllMain's count as it must stand whatever ran before.
+class TestModule : public testing::Test {
+ protected:
+  static std::string ModulePath() { return BRINDLET_TEST_MODULE; }
+
+  static ComPtr<ITestModuleObject> Create(REFCLSID clsid, HRESULT* result = nullptr) {
+    ComPtr<ITestModuleObject> object;
+    const HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER,
+                                        IID_ITestModuleObject, object.PutVoid());
+    if (result != nullptr) *result = hr;
+    return object;
+  }
+};
+
+TEST_F(TestModule, LoadsThroughProcessRegistration) {
+  ASSERT_EQ(PlatformRegisterInprocServer(CLSID_TestModuleObject, ModulePath().c_str()), S_OK);
+  const ComPtr<ITestModuleObject> first = Create(CLSID_TestModuleObject);
+  const ComPtr<ITestModuleObject> second = Create(CLSID_TestModuleObject);
+  ASSERT_TRUE(first);
+  ASSERT_TRUE(second);
+  EXPECT_EQ(first->AttachCount(), 1);
+
+  char path[PATH_MAX];
+  const DWORD length = first->ModulePath(path, sizeof path);
+  ASSERT_GT(length, 0u);
+  EXPECT_EQ(RealPath(std::string(path, length)), RealPath(ModulePath()));
+
+  // The module answers for its own classes only.
+  HRESULT hr = S_OK;
+  ASSERT_EQ(PlatformRegisterInprocServer(kUnknownClass, ModulePath().c_str()), S_OK);
+  EXPECT_FALSE(Create(kUnknownClass, &hr));
+  EXPECT_EQ(hr, CLASS_E_CLASSNOTAVAILABLE);
+  ASSERT_EQ(PlatformRegisterInprocServer(kUnknownClass, nullptr), S_OK);
+  EXPECT_FALSE(Create(kUnknownClass, &hr));
+  EXPECT_EQ(hr, REGDB_E_CLASSNOTREG);
+}
+
+TEST_F(TestModule, CanUnloadNowIsAskedAndModuleStays) {
+  ASSERT_EQ(PlatformRegisterInprocServer(CLSID_TestModuleObject, ModulePath().c_str()), S_OK);
+  ComPtr<ITestModuleObject> object = Create(CLSID_TestModuleObject);
+  ASSERT_TRUE(object);
+  const LONG before = object->CanUnloadCalls();
+  CoFreeUnusedLibraries();
+  EXPECT_EQ(object->CanUnloadCalls(), before + 1);
+  object = nullptr;
+  CoFreeUnusedLibraries();
+  object = Create(CLSID_TestModuleObject);
+  ASSERT_TRUE(object);
+  EXPECT_EQ(object->AttachCount(), 1);
+}
+
+class RegistryDir : public TestModule {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/brindlet-com-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    m_Dir = pattern;
+    const char* old = std::getenv("BRINDLET_REGISTRY_DIR");
+    m_HadOld = old != nullptr;
+    if (m_HadOld) m_Old = old;
+    ::setenv("BRINDLET_REGISTRY_DIR", m_Dir.c_str(), 1);
+  }
+  void TearDown() override {
+    if (m_HadOld) {
+      ::setenv("BRINDLET_REGISTRY_DIR", m_Old.c_str(), 1);
+    } else {
+      ::unsetenv("BRINDLET_REGISTRY_DIR");
+    }
+    std::filesystem::remove_all(m_Dir);
+  }
+  static void RegisterServer(REFCLSID clsid, const std::string& path) {
+    HKEY key = nullptr;
+    const std::string subKey = "CLSID\\" + GuidToString(clsid) + "\\InprocServer32";
+    ASSERT_EQ(RegCreateKeyExA(HKEY_CLASSES_ROOT, subKey.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
+                              &key, nullptr),
+              ERROR_SUCCESS);
+    ASSERT_EQ(RegSetValueExA(key, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(path.c_str()),
+                             static_cast<DWORD>(path.size() + 1)),
+              ERROR_SUCCESS);
+    RegCloseKey(key);
+  }
+  std::string m_Dir;
+  std::string m_Old;
+  bool m_HadOld = false;
+};
+
+TEST_F(RegistryDir, LoadsThroughInprocServer32UnderAnotherPathOnce) {
+  HRESULT hr = S_OK;
+  EXPECT_FALSE(Create(CLSID_TestModuleRegistered, &hr));
+  EXPECT_EQ(hr, REGDB_E_CLASSNOTREG);
+
+  // Another spelling of the same file is still the one module.
+  const std::filesystem::path module(ModulePath());
+  const std::string detour =
+      (module.parent_path() / ".." / module.parent_path().filename() / module.filename()).string();
+  RegisterServer(CLSID_TestModuleRegistered, detour);
+  const ComPtr<ITestModuleObject> object = Create(CLSID_TestModuleRegistered, &hr);
+  ASSERT_TRUE(object) << std::hex << hr;
+  EXPECT_EQ(object->AttachCount(), 1);
+}
+
+TEST_F(RegistryDir, ModulesThatCannotServeSayWhy) {
+  const std::string missing = m_Dir + "/absent.so";
+  RegisterServer(kUnknownClass, missing);
+  HRESULT hr = S_OK;
+  EXPECT_FALSE(Create(kUnknownClass, &hr));
+  EXPECT_EQ(hr, HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
+  EXPECT_NE(PlatformLastLoadError().find("absent.so"), std::string::npos);
+
+  // The platform library loads but serves nothing.
+  RegisterServer(kUnknownClass, BRINDLET_PLATFORM_LIBRARY);
+  EXPECT_FALSE(Create(kUnknownClass, &hr));
+  EXPECT_EQ(hr, HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND));
+  EXPECT_NE(PlatformLastLoadError().find("DllGetClassObject"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,355 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/control.h"
+#include "platform/objbase.h"
+#include "platform/sink_filters.h"
+#include "platform/strmif.h"
+#include "tests/platform/test_push_source.h"
+
+namespace {
+
+using std::chrono::steady_clock;
+
+class GraphTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
+                               m_Graph.PutVoid()),
+              S_OK);
+    m_Control = QueryAs<IMediaControl>(m_Graph.Get(), IID_IMediaControl);
+    m_Event = QueryAs<IMediaEvent>(m_Graph.Get(), IID_IMediaEvent);
+  }
+
+  ComPtr<CTestSource> AddSource(TestSourceOptions options, LPCWSTR name = L"Source") {
+    ComPtr<CTestSource> source(new CTestSource(options));
+    EXPECT_TRUE(SUCCEEDED(m_Graph->AddFilter(source.Get(), name)));
+    return source;
+  }
+
+  ComPtr<IBaseFilter> AddSink(REFCLSID clsid, LPCWSTR name = L"Sink") {
+    ComPtr<IBaseFilter> sink;
+    EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                               sink.PutVoid()),
+              S_OK);
+    EXPECT_TRUE(SUCCEEDED(m_Graph->AddFilter(sink.Get(), name)));
+    return sink;
+  }
+
+  void Connect(CTestSource* source, IBaseFilter* sink) {
+    ASSERT_EQ(m_Graph->ConnectDirect(source->OutputPin(), InputPinOf(sink).Get(), nullptr), S_OK);
+  }
+
+  std::wstring NameOf(IBaseFilter* filter) {
+    FILTER_INFO info{};
+    EXPECT_EQ(filter->QueryFilterInfo(&info), S_OK);
+    if (info.pGraph != nullptr) info.pGraph->Release();
+    return info.achName;
+  }
+
+  ComPtr<IGraphBuilder> m_Graph;
+  ComPtr<IMediaControl> m_Control;
+  ComPtr<IMediaEvent> m_Event;
+};
+
+TEST_F(GraphTest, NamesAreMadeUnique) {
+  const std::wstring longName(200, L'n');
+  const struct {
+    LPCWSTR asked;
+    HRESULT result;
+    std::wstring given;
+  } cases[] = {
+      {L"Writer", S_OK, L"Writer"},
+      {L"Writer", VFW_S_DUPLICATE_NAME, L"Writer 0001"},
+      {L"Writer", VFW_S_DUPLICATE_NAME, L"Writer 0002"},
+      {nullptr, S_OK, L"Filter"},
+      {L"", VFW_S_DUPLICATE_NAME, L"Filter 0001"},
+      {longName.c_str(), S_OK, longName.substr(0, 127)},
+      {longName.c_str(), VFW_S_DUPLICATE_NAME, longName.substr(0, 122) + L" 0001"},
+  };
+  for (const auto& c : cases) {
+    ComPtr<IBaseFilter> sink;
+    ASSERT_EQ(CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                               sink.PutVoid()),
+              S_OK);
+    EXPECT_EQ(m_Graph->AddFilter(sink.Get(), c.asked), c.result);
+    EXPECT_EQ(NameOf(sink.Get()), c.given);
+    ComPtr<IBaseFilter> found;
+    EXPECT_EQ(m_Graph->FindFilterByName(c.given.c_str(), found.PutAddress()), S_OK);
+    EXPECT_EQ(found.Get(), sink.Get());
+    EXPECT_EQ(m_Graph->AddFilter(sink.Get(), L"again"), E_INVALIDARG);
+  }
+  IBaseFilter* none = reinterpret_cast<IBaseFilter*>(0x1);
+  EXPECT_EQ(m_Graph->FindFilterByName(L"writer", &none), VFW_E_NOT_FOUND);
+  EXPECT_EQ(none, nullptr);
+}
+
+TEST_F(GraphTest, EnumFiltersGivesReferencesThatComeBack) {
+  ComPtr<CTestSource> source = AddSource({});
+  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  const ULONG held = source->References();
+  {
+    ComPtr<IEnumFilters> filters;
+    ASSERT_EQ(m_Graph->EnumFilters(filters.PutAddress()), S_OK);
+    std::vector<ComPtr<IBaseFilter>> seen;
+    IBaseFilter* filter = nullptr;
+    ULONG fetched = 0;
+    while (filters->Next(1, &filter, &fetched) == S_OK) {
+      EXPECT_EQ(fetched, 1u);
+      seen.push_back(ComPtr<IBaseFilter>::Attach(filter));
+    }
+    EXPECT_EQ(fetched, 0u);
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].Get(), static_cast<IBaseFilter*>(source.Get()));
+    EXPECT_EQ(seen[1].Get(), sink.Get());
+    EXPECT_GT(source->References(), held);
+  }
+  EXPECT_EQ(source->References(), held);
+
+  Connect(source.Get(), sink.Get());
+  ASSERT_EQ(m_Graph->RemoveFilter(source.Get()), S_OK);
+  EXPECT_EQ(m_Graph->RemoveFilter(source.Get()), VFW_E_NOT_FOUND);
+  ComPtr<IPin> peer;
+  EXPECT_EQ(InputPinOf(sink.Get())->ConnectedTo(peer.PutAddress()), VFW_E_NOT_CONNECTED);
+  EXPECT_EQ(source->References(), 1u);
+}
+
+TEST_F(GraphTest, ReleasingTheGraphStopsAndLetsGo) {
+  ComPtr<CTestSource> source = AddSource({.samples = 5, .blockAfter = 2});
+  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  Connect(source.Get(), sink.Get());
+  ASSERT_EQ(m_Control->Run(), S_OK);
+  source->WaitUntilBlocked();
+  m_Control = nullptr;
+  m_Event = nullptr;
+  m_Graph = nullptr;
+  FILTER_STATE state = State_Running;
+  EXPECT_EQ(source->GetState(0, &state), S_OK);
+  EXPECT_EQ(state, State_Stopped);
+  EXPECT_EQ(source->References(), 1u);
+}
+
+TEST_F(GraphTest, RunsToCompletionIntoTheFileWriter) {
+  char pattern[] = "/tmp/brindlet-writer-XXXXXX";
+  const int fd = ::mkstemp(pattern);
+  ASSERT_GE(fd, 0);
+  ::close(fd);
+  const std::wstring path(pattern, pattern + std::strlen(pattern));
+
+  constexpr int kSamples = 50;
+  ComPtr<CTestSource> source = AddSource({.samples = kSamples, .duration = 4000});
+  const ComPtr<IBaseFilter> writer = AddSink(CLSID_StreamFileWriter, L"Writer");
+  ASSERT_EQ(QueryAs<IFileSinkFilter>(writer.Get(), IID_IFileSinkFilter)->SetFileName(path.c_str(),
+                                                                                      nullptr),
+            S_OK);
+  Connect(source.Get(), writer.Get());
+
+  ASSERT_EQ(m_Control->Run(), S_OK);
+  LONG code = 0;
+  ASSERT_EQ(m_Event->WaitForCompletion(5000, &code), S_OK);
+  EXPECT_EQ(code, EC_COMPLETE);
+  EXPECT_EQ(source->PeerStateAtPause(), State_Paused) << "the renderer pauses first";
+  ASSERT_EQ(m_Control->Stop(), S_OK);
+  EXPECT_EQ(source->PeerStateAtStop(), State_Stopped) << "the renderer stops first";
+
+  std::ifstream file(pattern, std::ios::binary);
+  const std::vector<char> bytes((std::istreambuf_iterator<char>(file)), {});
+  ASSERT_EQ(bytes.size(), static_cast<std::size_t>(kSamples * 188));
+  for (int n = 0; n < kSamples; ++n) {
+    for (int i = 0; i < 188; ++i) {
+      ASSERT_EQ(static_cast<BYTE>(bytes[static_cast<std::size_t>(n * 188 + i)]),
+                TestSampleByte(n, i));
+    }
+  }
+  LONGLONG samples = 0, total = 0;
+  LONG endOfStreams = 0, discontinuities = 0, segments = 0;
+  QueryAs<IStreamSinkControl>(writer.Get(), IID_IStreamSinkControl)
+      ->GetCounts(&samples, &total, &endOfStreams, &discontinuities, &segments);
+  EXPECT_EQ(samples, kSamples);
+  EXPECT_EQ(total, kSamples * 188);
+  EXPECT_EQ(endOfStreams, 1);
+  EXPECT_EQ(discontinuities, 1);
+  EXPECT_EQ(segments, 1);
+  ::unlink(pattern);
+}
+
+TEST_F(GraphTest, CompletionWaitsForEveryRendererAndStopForgetsIt) {
+  ComPtr<CTestSource> quick = AddSource({.samples = 3}, L"Quick");
+  ComPtr<CTestSource> slow = AddSource({.samples = 6, .blockAfter = 3}, L"Slow");
+  const ComPtr<IBaseFilter> sinkA = AddSink(CLSID_NullRenderer, L"A");
+  const ComPtr<IBaseFilter> sinkB = AddSink(CLSID_NullRenderer, L"B");
+  const ComPtr<IBaseFilter> unconnected = AddSink(CLSID_NullRenderer, L"Idle");
+  Connect(quick.Get(), sinkA.Get());
+  Connect(slow.Get(), sinkB.Get());
+
+  for (int run = 0; run < 2; ++run) {
+    ASSERT_EQ(m_Control->Run(), S_OK);
+    slow->WaitUntilBlocked();
+    LONG code = -1;
+    EXPECT_EQ(m_Event->WaitForCompletion(100, &code), E_ABORT) << "run " << run;
+    EXPECT_EQ(code, 0);
+    slow->Unblock();
+    EXPECT_EQ(m_Event->WaitForCompletion(5000, &code), S_OK);
+    EXPECT_EQ(code, EC_COMPLETE);
+    EXPECT_EQ(m_Event->WaitForCompletion(0, &code), E_ABORT) << "one completion per run";
+    ASSERT_EQ(m_Control->Stop(), S_OK);
+  }
+  LONG code = 0;
+  EXPECT_EQ(m_Event->WaitForCompletion(INFINITE, &code), VFW_E_WRONG_STATE);
+}
+
+TEST_F(GraphTest, ErrorAbortEndsTheWait) {
+  ComPtr<CTestSource> source = AddSource({.samples = 10, .blockAfter = 1});
+  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  Connect(source.Get(), sink.Get());
+  ASSERT_EQ(m_Control->Run(), S_OK);
+  const ComPtr<IMediaEventSink> events = QueryAs<IMediaEventSink>(m_Graph.Get(), IID_IMediaEventSink);
+  std::thread worker([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    events->Notify(EC_ERRORABORT, E_FAIL, 0);
+  });
+  LONG code = 0;
+  EXPECT_EQ(m_Event->WaitForCompletion(INFINITE, &code), S_OK);
+  EXPECT_EQ(code, EC_ERRORABORT);
+  worker.join();
+  LONG_PTR p1 = 0, p2 = 0;
+  EXPECT_EQ(m_Event->GetEvent(&code, &p1, &p2, 0), E_ABORT) << "the wait took the event";
+  EXPECT_EQ(m_Control->Stop(), S_OK);
+}
+
+TEST_F(GraphTest, StopEndsABlockedSourceAndAWaiter) {
+  ComPtr<CTestSource> source = AddSource({.samples = 10, .blockAfter = 2});
+  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  Connect(source.Get(), sink.Get());
+  ASSERT_EQ(m_Control->Run(), S_OK);
+  source->WaitUntilBlocked();
+  HRESULT waited = S_OK;
+  std::thread waiter([&] {
+    LONG code = 0;
+    waited = m_Event->WaitForCompletion(INFINITE, &code);
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(m_Control->Stop(), S_OK);
+  waiter.join();
+  EXPECT_EQ(waited, VFW_E_WRONG_STATE);
+  EXPECT_EQ(source->Sent(), 2);
+}
+
+TEST_F(GraphTest, StopWakesASourceInsideASlowReceive) {
+  ComPtr<CTestSource> source = AddSource({.samples = 10});
+  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  QueryAs<IStreamSinkControl>(sink.Get(), IID_IStreamSinkControl)->SetSampleDelay(30'000'000);
+  Connect(source.Get(), sink.Get());
+  ASSERT_EQ(m_Control->Run(), S_OK);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  const auto start = steady_clock::now();
+  EXPECT_EQ(m_Control->Stop(), S_OK);
+  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_EQ(source->Sent(), 0);
+}
+
+TEST_F(GraphTest, PauseThatAFilterRefusesLeavesTheGraphStopped) {
+  ComPtr<CTestSource> source = AddSource({.samples = 3});
+  const ComPtr<IBaseFilter> writer = AddSink(CLSID_StreamFileWriter);  // no file name
+  Connect(source.Get(), writer.Get());
+  EXPECT_EQ(m_Control->Run(), E_FAIL);
+  OAFilterState state = State_Running;
+  EXPECT_EQ(m_Control->GetState(0, &state), S_OK);
+  EXPECT_EQ(state, State_Stopped);
+  FILTER_STATE sourceState = State_Running;
+  source->GetState(0, &sourceState);
+  EXPECT_EQ(sourceState, State_Stopped);
+}
+
+TEST_F(GraphTest, ConnectDirectChecksPinsAndState) {
+  ComPtr<CTestSource> source = AddSource({});
+  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  ComPtr<IBaseFilter> outsider;
+  ASSERT_EQ(CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                             outsider.PutVoid()),
+            S_OK);
+  const ComPtr<IPin> in = InputPinOf(sink.Get());
+  EXPECT_EQ(m_Graph->ConnectDirect(source->OutputPin(), InputPinOf(outsider.Get()).Get(), nullptr),
+            VFW_E_NOT_IN_GRAPH);
+  EXPECT_EQ(m_Graph->ConnectDirect(in.Get(), source->OutputPin(), nullptr),
+            VFW_E_INVALID_DIRECTION);
+  const AM_MEDIA_TYPE video{MEDIATYPE_Video, GUID_NULL, TRUE, FALSE, 0, GUID_NULL, nullptr, 0,
+                            nullptr};
+  EXPECT_EQ(m_Graph->ConnectDirect(source->OutputPin(), in.Get(), &video),
+            VFW_E_TYPE_NOT_ACCEPTED);
+  ASSERT_EQ(m_Graph->Connect(source->OutputPin(), in.Get()), S_OK);
+  ASSERT_EQ(m_Control->Pause(), S_OK);
+  EXPECT_EQ(m_Graph->ConnectDirect(source->OutputPin(), in.Get(), nullptr), VFW_E_NOT_STOPPED);
+  EXPECT_EQ(m_Control->Stop(), S_OK);
+}
+
+TEST_F(GraphTest, ClockIsChosenAtPauseAndGivenToEveryFilter) {
+  ComPtr<CTestSource> plain = AddSource({}, L"Plain");
+  ComPtr<CTestSource> withClock = AddSource({.offerClock = true}, L"Clock");
+  ASSERT_EQ(m_Control->Pause(), S_OK);
+  ComPtr<IReferenceClock> clock;
+  QueryAs<IMediaFilter>(m_Graph.Get(), IID_IMediaFilter)->GetSyncSource(clock.PutAddress());
+  EXPECT_EQ(clock.Get(), static_cast<IReferenceClock*>(withClock.Get()));
+  EXPECT_EQ(plain->Clock().Get(), clock.Get());
+  EXPECT_EQ(m_Control->Stop(), S_OK);
+}
+
+TEST_F(GraphTest, AFilterMayChooseTheClockFromInsideSetSyncSource) {
+  ComPtr<CTestSource> chooser = AddSource({.chooseOwnClock = true}, L"Chooser");
+  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  ComPtr<CTestSource> withClock = AddSource({.offerClock = true}, L"Clock");
+  ComPtr<IReferenceClock> system;
+  ASSERT_EQ(CoCreateInstance(CLSID_SystemClock, nullptr, CLSCTX_INPROC_SERVER, IID_IReferenceClock,
+                             system.PutVoid()),
+            S_OK);
+  const ComPtr<IMediaFilter> graph = QueryAs<IMediaFilter>(m_Graph.Get(), IID_IMediaFilter);
+  ASSERT_EQ(graph->SetSyncSource(system.Get()), S_OK);
+
+  IReferenceClock* const chosen = withClock.Get();
+  ComPtr<IReferenceClock> clock;
+  graph->GetSyncSource(clock.PutAddress());
+  EXPECT_EQ(clock.Get(), chosen);
+  EXPECT_EQ(chooser->Clock().Get(), chosen);
+  EXPECT_EQ(withClock->Clock().Get(), chosen);
+  sink->GetSyncSource(clock.PutAddress());
+  EXPECT_EQ(clock.Get(), chosen) << "the outer SetSyncSource must not hand out the old clock";
+}
+
+TEST_F(GraphTest, SeekingGoesToTheFirstFilterThatHasIt) {
+  const ComPtr<IMediaSeeking> seeking = QueryAs<IMediaSeeking>(m_Graph.Get(), IID_IMediaSeeking);
+  LONGLONG duration = 0;
+  EXPECT_EQ(seeking->GetDuration(&duration), E_NOTIMPL);
+  AddSource({}, L"None");
+  AddSource({.offerSeeking = true, .duration = 111}, L"First");
+  AddSource({.offerSeeking = true, .duration = 222}, L"Second");
+  EXPECT_EQ(seeking->GetDuration(&duration), S_OK);
+  EXPECT_EQ(duration, 111);
+}
+
+TEST(SystemClock, NeverGoesBack) {
+  ComPtr<IReferenceClock> clock;
+  ASSERT_EQ(CoCreateInstance(CLSID_SystemClock, nullptr, CLSCTX_INPROC_SERVER, IID_IReferenceClock,
+                             clock.PutVoid()),
+            S_OK);
+  REFERENCE_TIME previous = 0;
+  ASSERT_EQ(clock->GetTime(&previous), S_OK);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  REFERENCE_TIME now = 0;
+  ASSERT_EQ(clock->GetTime(&now), S_OK);
+  EXPECT_GE(now - previous, 20'000) << "100 ns units";
+  EXPECT_LT(now - previous, 10'000'000);
+  DWORD_PTR cookie = 1;
+  EXPECT_EQ(clock->AdviseTime(0, 0, 0, &cookie), E_NOTIMPL);
+  EXPECT_EQ(clock->GetTime(nullptr), E_POINTER);
+}
+
+}  // namespace

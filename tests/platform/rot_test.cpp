@@ -1,0 +1,132 @@
+#include "platform/rot.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "platform/com_memory.h"
+
+namespace {
+
+// An object that only counts its references.
+class CCounted final : public IUnknown {
+ public:
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    *ppv = riid == IID_IUnknown ? this : nullptr;
+    if (*ppv == nullptr) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return ++refs; }
+  STDMETHODIMP_(ULONG) Release() override { return --refs; }
+  ULONG refs = 0;
+};
+
+ComPtr<IMoniker> Item(LPCOLESTR delimiter, LPCOLESTR item) {
+  ComPtr<IMoniker> moniker;
+  EXPECT_EQ(CreateItemMoniker(delimiter, item, moniker.PutAddress()), S_OK);
+  return moniker;
+}
+
+std::wstring DisplayName(IMoniker* moniker) {
+  LPOLESTR name = nullptr;
+  EXPECT_EQ(moniker->GetDisplayName(nullptr, nullptr, &name), S_OK);
+  std::wstring result = name != nullptr ? name : L"";
+  CoTaskMemFree(name);
+  return result;
+}
+
+bool Listed(const std::wstring& name) {
+  const auto names = PlatformRunningObjectNames();
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+ComPtr<IRunningObjectTable> Table() {
+  ComPtr<IRunningObjectTable> table;
+  EXPECT_EQ(GetRunningObjectTable(0, table.PutAddress()), S_OK);
+  return table;
+}
+
+TEST(ItemMoniker, NamesAndComparesWithoutCase) {
+  const ComPtr<IMoniker> a = Item(L"!", L"FilterGraph 00001234 pid 0000abcd");
+  const ComPtr<IMoniker> b = Item(L"!", L"filtergraph 00001234 PID 0000ABCD");
+  const ComPtr<IMoniker> otherDelimiter = Item(L"/", L"FilterGraph 00001234 pid 0000abcd");
+  const ComPtr<IMoniker> noDelimiter = Item(nullptr, L"x");
+  EXPECT_EQ(DisplayName(a.Get()), L"!FilterGraph 00001234 pid 0000abcd");
+  EXPECT_EQ(DisplayName(noDelimiter.Get()), L"x");
+  EXPECT_EQ(a->IsEqual(b.Get()), S_OK);
+  EXPECT_EQ(a->IsEqual(otherDelimiter.Get()), S_FALSE);
+  DWORD hashA = 0;
+  DWORD hashB = 0;
+  ASSERT_EQ(a->Hash(&hashA), S_OK);
+  ASSERT_EQ(b->Hash(&hashB), S_OK);
+  EXPECT_EQ(hashA, hashB);
+
+  IMoniker* none = reinterpret_cast<IMoniker*>(0x1);
+  EXPECT_EQ(CreateItemMoniker(L"!", nullptr, &none), E_INVALIDARG);
+  EXPECT_EQ(none, nullptr);
+}
+
+TEST(RunningObjectTable, RegisterHoldsUntilRevoke) {
+  const ComPtr<IRunningObjectTable> table = Table();
+  CCounted object;
+  const ComPtr<IMoniker> name = Item(L"!", L"Brindlet:rot-test-1");
+  DWORD cookie = 0;
+  ASSERT_EQ(table->Register(0, &object, name.Get(), &cookie), S_OK);
+  EXPECT_NE(cookie, 0u);
+  EXPECT_EQ(object.refs, 1u);
+  EXPECT_TRUE(Listed(L"!Brindlet:rot-test-1"));
+  EXPECT_EQ(table->IsRunning(Item(L"!", L"BRINDLET:ROT-TEST-1").Get()), S_OK);
+
+  ComPtr<IUnknown> found;
+  EXPECT_EQ(table->GetObject(name.Get(), found.PutAddress()), S_OK);
+  EXPECT_EQ(found.Get(), &object);
+  found = nullptr;
+
+  EXPECT_EQ(table->Revoke(cookie), S_OK);
+  EXPECT_EQ(object.refs, 0u);
+  EXPECT_FALSE(Listed(L"!Brindlet:rot-test-1"));
+  EXPECT_EQ(table->Revoke(cookie), E_INVALIDARG);
+  EXPECT_EQ(table->IsRunning(name.Get()), S_FALSE);
+  EXPECT_EQ(table->GetObject(name.Get(), found.PutAddress()), MK_E_UNAVAILABLE);
+}
+
+TEST(RunningObjectTable, DuplicateNameIsRegisteredWithItsOwnCookie) {
+  const ComPtr<IRunningObjectTable> table = Table();
+  CCounted first;
+  CCounted second;
+  DWORD cookie1 = 0;
+  DWORD cookie2 = 0;
+  ASSERT_EQ(table->Register(0, &first, Item(L"!", L"rot-dup").Get(), &cookie1), S_OK);
+  EXPECT_EQ(table->Register(0, &second, Item(L"!", L"ROT-DUP").Get(), &cookie2),
+            MK_S_MONIKERALREADYREGISTERED);
+  EXPECT_NE(cookie1, cookie2);
+  EXPECT_EQ(second.refs, 1u);
+  EXPECT_EQ(table->Revoke(cookie1), S_OK);
+  EXPECT_EQ(first.refs, 0u);
+  EXPECT_TRUE(Listed(L"!ROT-DUP"));
+  EXPECT_EQ(table->Revoke(cookie2), S_OK);
+  EXPECT_EQ(second.refs, 0u);
+}
+
+TEST(RunningObjectTable, BadArgumentsAndUnavailableTable) {
+  const ComPtr<IRunningObjectTable> table = Table();
+  CCounted object;
+  DWORD cookie = 7;
+  EXPECT_EQ(table->Register(0, nullptr, Item(L"!", L"x").Get(), &cookie), E_INVALIDARG);
+  EXPECT_EQ(cookie, 0u);
+  EXPECT_EQ(table->Register(0, &object, nullptr, &cookie), E_INVALIDARG);
+  EXPECT_EQ(object.refs, 0u);
+
+  PlatformSetRunningObjectTableAvailable(false);
+  IRunningObjectTable* none = reinterpret_cast<IRunningObjectTable*>(0x1);
+  EXPECT_TRUE(FAILED(GetRunningObjectTable(0, &none)));
+  EXPECT_EQ(none, nullptr);
+  PlatformSetRunningObjectTableAvailable(true);
+  EXPECT_EQ(GetRunningObjectTable(0, &none), S_OK);
+  none->Release();
+}
+
+}  // namespace

@@ -1,0 +1,265 @@
+#include "platform/sink_filters.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "platform/com_memory.h"
+#include "platform/control.h"
+#include "platform/files.h"
+#include "platform/objbase.h"
+#include "tests/platform/test_push_source.h"
+
+namespace {
+
+ComPtr<IBaseFilter> NewSink(REFCLSID clsid) {
+  ComPtr<IBaseFilter> sink;
+  EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, sink.PutVoid()),
+            S_OK);
+  return sink;
+}
+
+AM_MEDIA_TYPE TypeOf(REFGUID major, REFGUID sub) {
+  return AM_MEDIA_TYPE{major, sub, TRUE, FALSE, 188, GUID_NULL, nullptr, 0, nullptr};
+}
+
+TEST(SinkInputPin, AcceptsStreamsOrAnythingWhenTold) {
+  const struct {
+    GUID major;
+    GUID sub;
+    BOOL acceptAny;
+    HRESULT connection;
+  } cases[] = {
+      {MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT, FALSE, S_OK},
+      {MEDIATYPE_Stream, GUID_NULL, FALSE, S_OK},
+      {MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO, FALSE, VFW_E_TYPE_NOT_ACCEPTED},
+      {MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO, TRUE, S_OK},
+      {MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3, TRUE, S_OK},
+  };
+  for (REFCLSID clsid : {CLSID_NullRenderer, CLSID_StreamFileWriter}) {
+    for (const auto& c : cases) {
+      const ComPtr<IBaseFilter> sink = NewSink(clsid);
+      QueryAs<IStreamSinkControl>(sink.Get(), IID_IStreamSinkControl)->SetAcceptAnyType(c.acceptAny);
+      ComPtr<CTestSource> source(new CTestSource({}));
+      const ComPtr<IPin> in = InputPinOf(sink.Get());
+      const AM_MEDIA_TYPE type = TypeOf(c.major, c.sub);
+      EXPECT_EQ(in->QueryAccept(&type), c.connection == S_OK ? S_OK : S_FALSE);
+      EXPECT_EQ(source->OutputPin()->Connect(in.Get(), &type), c.connection);
+      if (c.connection != S_OK) continue;
+      AM_MEDIA_TYPE connected{};
+      ASSERT_EQ(in->ConnectionMediaType(&connected), S_OK);
+      EXPECT_EQ(connected.majortype, c.major);
+      EXPECT_EQ(connected.subtype, c.sub);
+      EXPECT_EQ(in->ReceiveConnection(source->OutputPin(), &type), VFW_E_ALREADY_CONNECTED);
+      source->OutputPin()->Disconnect();
+      EXPECT_EQ(in->Disconnect(), S_OK);
+      EXPECT_EQ(in->Disconnect(), S_FALSE);
+    }
+  }
+}
+
+TEST(SinkInputPin, DescribesItself) {
+  const ComPtr<IBaseFilter> sink = NewSink(CLSID_NullRenderer);
+  const ComPtr<IPin> in = InputPinOf(sink.Get());
+  ASSERT_TRUE(in);
+  LPWSTR id = nullptr;
+  ASSERT_EQ(in->QueryId(&id), S_OK);
+  EXPECT_STREQ(id, L"In");
+  CoTaskMemFree(id);
+  PIN_INFO info{};
+  ASSERT_EQ(in->QueryPinInfo(&info), S_OK);
+  EXPECT_EQ(info.pFilter, sink.Get());
+  EXPECT_EQ(info.dir, PINDIR_INPUT);
+  info.pFilter->Release();
+
+  const ComPtr<IMemInputPin> memory = QueryAs<IMemInputPin>(in.Get(), IID_IMemInputPin);
+  IMemAllocator* allocator = reinterpret_cast<IMemAllocator*>(0x1);
+  EXPECT_EQ(memory->GetAllocator(&allocator), VFW_E_NO_ALLOCATOR);
+  EXPECT_EQ(allocator, nullptr);
+  EXPECT_EQ(memory->ReceiveCanBlock(), S_FALSE);
+
+  ComPtr<IEnumMediaTypes> types;
+  ASSERT_EQ(in->EnumMediaTypes(types.PutAddress()), S_OK);
+  AM_MEDIA_TYPE* type = nullptr;
+  ULONG fetched = 7;
+  EXPECT_EQ(types->Next(1, &type, &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 0u);
+
+  AM_MEDIA_TYPE none{};
+  EXPECT_EQ(in->ConnectionMediaType(&none), VFW_E_NOT_CONNECTED);
+  const ComPtr<IAMFilterMiscFlags> flags =
+      QueryAs<IAMFilterMiscFlags>(sink.Get(), IID_IAMFilterMiscFlags);
+  EXPECT_EQ(flags->GetMiscFlags(), AM_FILTER_MISC_FLAGS_IS_RENDERER);
+  IPin* other = reinterpret_cast<IPin*>(0x1);
+  EXPECT_EQ(sink->FindPin(L"Out", &other), VFW_E_NOT_FOUND);
+  EXPECT_EQ(other, nullptr);
+}
+
+// A sink in a graph of its own, fed by hand through its pin, with the
+// graph's completion handling off so every EC_COMPLETE shows as sent.
+class SinkInGraph : public testing::Test {
+ protected:
+  void Build(REFCLSID clsid) {
+    ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
+                               m_Graph.PutVoid()),
+              S_OK);
+    m_Sink = NewSink(clsid);
+    ASSERT_EQ(m_Graph->AddFilter(m_Sink.Get(), L"Sink"), S_OK);
+    m_Source = ComPtr<CTestSource>(new CTestSource({.pushes = false}));
+    ASSERT_EQ(m_Graph->AddFilter(m_Source.Get(), L"Source"), S_OK);
+    m_In = InputPinOf(m_Sink.Get());
+    ASSERT_EQ(m_Graph->ConnectDirect(m_Source->OutputPin(), m_In.Get(), nullptr), S_OK);
+    m_Memory = QueryAs<IMemInputPin>(m_In.Get(), IID_IMemInputPin);
+    m_Event = QueryAs<IMediaEvent>(m_Graph.Get(), IID_IMediaEvent);
+    m_Event->CancelDefaultHandling(EC_COMPLETE);
+    m_Control = QueryAs<IMediaControl>(m_Graph.Get(), IID_IMediaControl);
+    m_Counts = QueryAs<IStreamSinkControl>(m_Sink.Get(), IID_IStreamSinkControl);
+  }
+
+  HRESULT Send(int n) { return m_Memory->Receive(MakeTestSample(n).Get()); }
+
+  LONG NextEvent(LONG_PTR* param1 = nullptr) {
+    LONG code = 0;
+    LONG_PTR p1 = 0, p2 = 0;
+    if (FAILED(m_Event->GetEvent(&code, &p1, &p2, 0))) return 0;
+    if (param1 != nullptr) *param1 = p1;
+    return code;
+  }
+
+  ComPtr<IGraphBuilder> m_Graph;
+  ComPtr<IBaseFilter> m_Sink;
+  ComPtr<CTestSource> m_Source;
+  ComPtr<IPin> m_In;
+  ComPtr<IMemInputPin> m_Memory;
+  ComPtr<IMediaEvent> m_Event;
+  ComPtr<IMediaControl> m_Control;
+  ComPtr<IStreamSinkControl> m_Counts;
+};
+
+TEST_F(SinkInGraph, TakesSamplesOnlyWhileStreamingAndNotWhileFlushing) {
+  Build(CLSID_NullRenderer);
+  EXPECT_EQ(Send(0), VFW_E_WRONG_STATE);
+  ASSERT_EQ(m_Control->Pause(), S_OK);
+  EXPECT_EQ(Send(0), S_OK);
+  EXPECT_EQ(m_In->BeginFlush(), S_OK);
+  EXPECT_EQ(Send(1), S_FALSE);
+  EXPECT_EQ(m_In->EndOfStream(), S_FALSE);
+  EXPECT_EQ(m_In->EndFlush(), S_OK);
+  EXPECT_EQ(Send(1), S_OK);
+  EXPECT_EQ(m_In->Disconnect(), VFW_E_NOT_STOPPED);
+
+  LONGLONG samples = 0, bytes = 0;
+  LONG endOfStreams = -1, discontinuities = 0;
+  m_Counts->GetCounts(&samples, &bytes, &endOfStreams, &discontinuities, nullptr);
+  EXPECT_EQ(samples, 2);
+  EXPECT_EQ(bytes, 2 * 188);
+  EXPECT_EQ(endOfStreams, 0);
+  EXPECT_EQ(discontinuities, 1);
+
+  // Counts start again at the next pause out of stopped.
+  ASSERT_EQ(m_Control->Stop(), S_OK);
+  ASSERT_EQ(m_Control->Pause(), S_OK);
+  m_Counts->GetCounts(&samples, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(samples, 0);
+  EXPECT_EQ(m_Control->Stop(), S_OK);
+}
+
+TEST_F(SinkInGraph, OneCompletionPerStreamAndNewSegmentKept) {
+  Build(CLSID_NullRenderer);
+  REFERENCE_TIME start = -1, stop = -1;
+  double rate = -1;
+  EXPECT_EQ(m_Counts->GetLastNewSegment(&start, &stop, &rate), S_FALSE);
+  ASSERT_EQ(m_Control->Run(), S_OK);
+  EXPECT_EQ(m_In->NewSegment(10, 20, 1.5), S_OK);
+  EXPECT_EQ(m_Counts->GetLastNewSegment(&start, &stop, &rate), S_OK);
+  EXPECT_EQ(start, 10);
+  EXPECT_EQ(stop, 20);
+  EXPECT_EQ(rate, 1.5);
+
+  LONG_PTR sender = 0;
+  EXPECT_EQ(m_In->EndOfStream(), S_OK);
+  EXPECT_EQ(m_In->EndOfStream(), S_OK);
+  EXPECT_EQ(NextEvent(&sender), EC_COMPLETE);
+  EXPECT_EQ(sender, S_OK);
+  EXPECT_EQ(NextEvent(), 0) << "a second end of stream is no second completion";
+  m_In->BeginFlush();
+  m_In->EndFlush();
+  EXPECT_EQ(m_In->EndOfStream(), S_OK);
+  EXPECT_EQ(NextEvent(), EC_COMPLETE) << "after a flush the stream may end again";
+  LONG endOfStreams = 0;
+  m_Counts->GetCounts(nullptr, nullptr, &endOfStreams, nullptr, nullptr);
+  EXPECT_EQ(endOfStreams, 3);
+  EXPECT_EQ(m_Control->Stop(), S_OK);
+}
+
+class WriterInGraph : public SinkInGraph {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/brindlet-sink-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    m_Dir = pattern;
+    Build(CLSID_StreamFileWriter);
+    m_File = QueryAs<IFileSinkFilter>(m_Sink.Get(), IID_IFileSinkFilter);
+  }
+  void TearDown() override { std::filesystem::remove_all(m_Dir); }
+  std::string m_Dir;
+  ComPtr<IFileSinkFilter> m_File;
+};
+
+TEST_F(WriterInGraph, TruncatesAtEachStartAndKeepsItsName) {
+  const std::string path = m_Dir + "/out.es";
+  std::ofstream(path) << std::string(5000, 'x');
+  LPWSTR name = reinterpret_cast<LPWSTR>(0x1);
+  EXPECT_EQ(m_File->GetCurFile(&name, nullptr), E_FAIL);
+  EXPECT_EQ(name, nullptr);
+  const std::wstring wide(path.begin(), path.end());
+  const AM_MEDIA_TYPE type = TypeOf(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
+  ASSERT_EQ(m_File->SetFileName(wide.c_str(), &type), S_OK);
+  AM_MEDIA_TYPE given{};
+  ASSERT_EQ(m_File->GetCurFile(&name, &given), S_OK);
+  EXPECT_EQ(std::wstring(name), wide);
+  EXPECT_EQ(given.subtype, MEDIASUBTYPE_MPEG2_VIDEO);
+  CoTaskMemFree(name);
+
+  for (int run = 0; run < 2; ++run) {
+    ASSERT_EQ(m_Control->Pause(), S_OK);
+    EXPECT_EQ(std::filesystem::file_size(path), 0u);
+    for (int n = 0; n < 3; ++n) ASSERT_EQ(Send(n), S_OK);
+    ASSERT_EQ(m_Control->Stop(), S_OK);
+    EXPECT_EQ(std::filesystem::file_size(path), 3u * 188u);
+  }
+}
+
+TEST_F(WriterInGraph, FailedWriteAbortsOnceAndRefusesTheRest) {
+  if (::access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
+  ASSERT_EQ(m_File->SetFileName(L"/dev/full", nullptr), S_OK);
+  m_Event->RestoreDefaultHandling(EC_COMPLETE);
+  ASSERT_EQ(m_Control->Run(), S_OK);
+  const HRESULT full = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+  EXPECT_EQ(Send(0), full);
+  EXPECT_EQ(Send(1), full);
+  LONG code = 0;
+  ASSERT_EQ(m_Event->WaitForCompletion(1000, &code), S_OK);
+  EXPECT_EQ(code, EC_ERRORABORT);
+  EXPECT_EQ(NextEvent(), 0) << "reported once";
+  LONGLONG samples = -1;
+  m_Counts->GetCounts(&samples, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(samples, 0);
+  EXPECT_EQ(m_Control->Stop(), S_OK);
+}
+
+TEST_F(WriterInGraph, FileThatCannotBeMadeRefusesThePause) {
+  const std::wstring path = std::wstring(m_Dir.begin(), m_Dir.end()) + L"/missing/out.es";
+  ASSERT_EQ(m_File->SetFileName(path.c_str(), nullptr), S_OK);
+  const HRESULT hr = m_Control->Pause();
+  EXPECT_TRUE(hr == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND) ||
+              hr == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND))
+      << std::hex << hr;
+}
+
+}  // namespace

@@ -1,0 +1,92 @@
+// A minimal in-process server: DllMain, DllGetClassObject, DllCanUnloadNow
+// and one object class served under two CLSIDs.
+#include <atomic>
+
+#include "platform/objbase.h"
+#include "tests/platform/test_module.h"
+
+namespace {
+
+std::atomic<LONG> g_attaches{0};
+std::atomic<LONG> g_canUnloadCalls{0};
+std::atomic<LONG> g_liveObjects{0};
+HINSTANCE g_module = nullptr;
+
+class CTestObject final : public ITestModuleObject {
+ public:
+  CTestObject() { ++g_liveObjects; }
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    if (ppv == nullptr) return E_POINTER;
+    if (riid != IID_IUnknown && riid != IID_ITestModuleObject) {
+      *ppv = nullptr;
+      return E_NOINTERFACE;
+    }
+    *ppv = static_cast<ITestModuleObject*>(this);
+    AddRef();
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return ++m_RefCount; }
+  STDMETHODIMP_(ULONG) Release() override {
+    const ULONG count = --m_RefCount;
+    if (count == 0) delete this;
+    return count;
+  }
+  STDMETHODIMP_(LONG) AttachCount() override { return g_attaches; }
+  STDMETHODIMP_(LONG) CanUnloadCalls() override { return g_canUnloadCalls; }
+  STDMETHODIMP_(DWORD) ModulePath(LPSTR buffer, DWORD size) override {
+    return GetModuleFileNameA(g_module, buffer, size);
+  }
+
+ private:
+  ~CTestObject() { --g_liveObjects; }
+  std::atomic<ULONG> m_RefCount{0};
+};
+
+class CTestFactory final : public IClassFactory {
+ public:
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    if (ppv == nullptr) return E_POINTER;
+    if (riid != IID_IUnknown && riid != IID_IClassFactory) {
+      *ppv = nullptr;
+      return E_NOINTERFACE;
+    }
+    *ppv = static_cast<IClassFactory*>(this);
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+  STDMETHODIMP_(ULONG) Release() override { return 1; }
+  STDMETHODIMP CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override {
+    if (ppv == nullptr) return E_POINTER;
+    *ppv = nullptr;
+    if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+    ComPtr<ITestModuleObject> object(new CTestObject);
+    return object->QueryInterface(riid, ppv);
+  }
+  STDMETHODIMP LockServer(BOOL) override { return S_OK; }
+};
+
+CTestFactory g_factory;
+
+}  // namespace
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH) {
+    g_module = module;
+    ++g_attaches;
+  }
+  return TRUE;
+}
+
+STDAPI DllGetClassObject(REFCLSID clsid, REFIID riid, void** ppv) {
+  if (ppv == nullptr) return E_POINTER;
+  *ppv = nullptr;
+  if (clsid != CLSID_TestModuleObject && clsid != CLSID_TestModuleRegistered) {
+    return CLASS_E_CLASSNOTAVAILABLE;
+  }
+  return g_factory.QueryInterface(riid, ppv);
+}
+
+STDAPI DllCanUnloadNow() {
+  ++g_canUnloadCalls;
+  return g_liveObjects == 0 ? S_OK : S_FALSE;
+}

@@ -1,0 +1,364 @@
+#include "tests/platform/test_push_source.h"
+
+#include <cwchar>
+#include <vector>
+
+#include "platform/com_memory.h"
+#include "platform/graph_plumbing.h"
+
+namespace {
+
+constexpr LONG kPacketSize = 188;
+
+class CTestSample final : public IMediaSample {
+ public:
+  explicit CTestSample(int n) : m_Data(kPacketSize) {
+    for (int i = 0; i < kPacketSize; ++i) m_Data[static_cast<std::size_t>(i)] = TestSampleByte(n, i);
+    m_Discontinuity = n == 0;
+  }
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    *ppv = riid == IID_IUnknown || riid == IID_IMediaSample ? this : nullptr;
+    if (*ppv == nullptr) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return ++m_RefCount; }
+  STDMETHODIMP_(ULONG) Release() override {
+    const ULONG count = --m_RefCount;
+    if (count == 0) delete this;
+    return count;
+  }
+  STDMETHODIMP GetPointer(BYTE** buffer) override {
+    *buffer = m_Data.data();
+    return S_OK;
+  }
+  STDMETHODIMP_(LONG) GetSize() override { return kPacketSize; }
+  STDMETHODIMP GetTime(REFERENCE_TIME*, REFERENCE_TIME*) override { return VFW_E_SAMPLE_TIME_NOT_SET; }
+  STDMETHODIMP SetTime(REFERENCE_TIME*, REFERENCE_TIME*) override { return S_OK; }
+  STDMETHODIMP IsSyncPoint() override { return S_OK; }
+  STDMETHODIMP SetSyncPoint(BOOL) override { return S_OK; }
+  STDMETHODIMP IsPreroll() override { return S_FALSE; }
+  STDMETHODIMP SetPreroll(BOOL) override { return S_OK; }
+  STDMETHODIMP_(LONG) GetActualDataLength() override { return kPacketSize; }
+  STDMETHODIMP SetActualDataLength(LONG) override { return S_OK; }
+  STDMETHODIMP GetMediaType(AM_MEDIA_TYPE** type) override {
+    *type = nullptr;
+    return S_FALSE;
+  }
+  STDMETHODIMP SetMediaType(AM_MEDIA_TYPE*) override { return S_OK; }
+  STDMETHODIMP IsDiscontinuity() override { return m_Discontinuity ? S_OK : S_FALSE; }
+  STDMETHODIMP SetDiscontinuity(BOOL on) override {
+    m_Discontinuity = on != FALSE;
+    return S_OK;
+  }
+  STDMETHODIMP GetMediaTime(LONGLONG*, LONGLONG*) override { return VFW_E_MEDIA_TIME_NOT_SET; }
+  STDMETHODIMP SetMediaTime(LONGLONG*, LONGLONG*) override { return S_OK; }
+
+ private:
+  ~CTestSample() = default;
+  std::vector<BYTE> m_Data;
+  bool m_Discontinuity;
+  std::atomic<ULONG> m_RefCount{0};
+};
+
+}  // namespace
+
+ComPtr<IMediaSample> MakeTestSample(int n) { return ComPtr<IMediaSample>(new CTestSample(n)); }
+
+// Written by the host thread while stopped only, read by the worker.
+class CTestSource::COutputPin final : public IPin {
+ public:
+  explicit COutputPin(CTestSource* filter) : m_Filter(filter) {}
+  ComPtr<IPin> peer;
+  ComPtr<IMemInputPin> input;
+
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    *ppv = riid == IID_IUnknown || riid == IID_IPin ? this : nullptr;
+    if (*ppv == nullptr) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return m_Filter->AddRef(); }
+  STDMETHODIMP_(ULONG) Release() override { return m_Filter->Release(); }
+
+  STDMETHODIMP Connect(IPin* receivePin, const AM_MEDIA_TYPE* type) override {
+    if (receivePin == nullptr) return E_POINTER;
+    if (peer) return VFW_E_ALREADY_CONNECTED;
+    AM_MEDIA_TYPE transport{MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT, TRUE, FALSE, 188,
+                            GUID_NULL, nullptr, 0, nullptr};
+    const HRESULT hr = receivePin->ReceiveConnection(this, type != nullptr ? type : &transport);
+    if (FAILED(hr)) return hr;
+    if (FAILED(receivePin->QueryInterface(IID_IMemInputPin, input.PutVoid()))) {
+      receivePin->Disconnect();
+      return E_NOINTERFACE;
+    }
+    peer = receivePin;
+    return S_OK;
+  }
+  STDMETHODIMP ReceiveConnection(IPin*, const AM_MEDIA_TYPE*) override {
+    return VFW_E_INVALID_DIRECTION;
+  }
+  STDMETHODIMP Disconnect() override {
+    if (!peer) return S_FALSE;
+    peer = nullptr;
+    input = nullptr;
+    return S_OK;
+  }
+  STDMETHODIMP ConnectedTo(IPin** pin) override {
+    *pin = ComPtr<IPin>(peer).Detach();
+    return *pin != nullptr ? S_OK : VFW_E_NOT_CONNECTED;
+  }
+  STDMETHODIMP ConnectionMediaType(AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryPinInfo(PIN_INFO* info) override {
+    info->pFilter = m_Filter;
+    m_Filter->AddRef();
+    info->dir = PINDIR_OUTPUT;
+    std::wcscpy(info->achName, L"Out");
+    return S_OK;
+  }
+  STDMETHODIMP QueryDirection(PIN_DIRECTION* direction) override {
+    *direction = PINDIR_OUTPUT;
+    return S_OK;
+  }
+  STDMETHODIMP QueryId(LPWSTR*) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryAccept(const AM_MEDIA_TYPE*) override { return S_OK; }
+  STDMETHODIMP EnumMediaTypes(IEnumMediaTypes**) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryInternalConnections(IPin**, ULONG*) override { return E_NOTIMPL; }
+  STDMETHODIMP EndOfStream() override { return E_UNEXPECTED; }
+  STDMETHODIMP BeginFlush() override { return E_UNEXPECTED; }
+  STDMETHODIMP EndFlush() override { return E_UNEXPECTED; }
+  STDMETHODIMP NewSegment(REFERENCE_TIME, REFERENCE_TIME, double) override { return S_OK; }
+
+ private:
+  CTestSource* const m_Filter;
+};
+
+class CTestSource::CSeeking final : public IMediaSeeking {
+ public:
+  explicit CSeeking(CTestSource* filter) : m_Filter(filter) {}
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    return m_Filter->QueryInterface(riid, ppv);
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return m_Filter->AddRef(); }
+  STDMETHODIMP_(ULONG) Release() override { return m_Filter->Release(); }
+  STDMETHODIMP GetDuration(LONGLONG* duration) override {
+    *duration = m_Filter->m_Options.duration;
+    return S_OK;
+  }
+  STDMETHODIMP GetCapabilities(DWORD*) override { return E_NOTIMPL; }
+  STDMETHODIMP CheckCapabilities(DWORD*) override { return E_NOTIMPL; }
+  STDMETHODIMP IsFormatSupported(const GUID*) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryPreferredFormat(GUID*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetTimeFormat(GUID*) override { return E_NOTIMPL; }
+  STDMETHODIMP IsUsingTimeFormat(const GUID*) override { return E_NOTIMPL; }
+  STDMETHODIMP SetTimeFormat(const GUID*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetStopPosition(LONGLONG*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetCurrentPosition(LONGLONG*) override { return E_NOTIMPL; }
+  STDMETHODIMP ConvertTimeFormat(LONGLONG*, const GUID*, LONGLONG, const GUID*) override {
+    return E_NOTIMPL;
+  }
+  STDMETHODIMP SetPositions(LONGLONG*, DWORD, LONGLONG*, DWORD) override { return E_NOTIMPL; }
+  STDMETHODIMP GetPositions(LONGLONG*, LONGLONG*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetAvailable(LONGLONG*, LONGLONG*) override { return E_NOTIMPL; }
+  STDMETHODIMP SetRate(double) override { return E_NOTIMPL; }
+  STDMETHODIMP GetRate(double*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetPreroll(LONGLONG*) override { return E_NOTIMPL; }
+
+ private:
+  CTestSource* const m_Filter;
+};
+
+CTestSource::CTestSource(TestSourceOptions options)
+    : m_Options(options), m_Pin(new COutputPin(this)), m_Seeking(new CSeeking(this)) {}
+
+CTestSource::~CTestSource() {
+  if (m_Worker.joinable()) m_Worker.join();
+  delete m_Pin;
+  delete m_Seeking;
+}
+
+IPin* CTestSource::OutputPin() { return m_Pin; }
+
+ComPtr<IReferenceClock> CTestSource::Clock() {
+  std::lock_guard<std::mutex> guard(m_Lock);
+  return m_Clock;
+}
+
+void CTestSource::WaitUntilBlocked() {
+  std::unique_lock<std::mutex> lock(m_Lock);
+  m_Changed.wait(lock, [this] { return m_Blocked; });
+}
+
+void CTestSource::Unblock() {
+  {
+    std::lock_guard<std::mutex> guard(m_Lock);
+    m_Unblocked = true;
+  }
+  m_Changed.notify_all();
+}
+
+STDMETHODIMP CTestSource::QueryInterface(REFIID riid, void** ppv) {
+  if (riid == IID_IUnknown || riid == IID_IPersist || riid == IID_IMediaFilter ||
+      riid == IID_IBaseFilter) {
+    *ppv = static_cast<IBaseFilter*>(this);
+  } else if (riid == IID_IReferenceClock && m_Options.offerClock) {
+    *ppv = static_cast<IReferenceClock*>(this);
+  } else if (riid == IID_IMediaSeeking && m_Options.offerSeeking) {
+    *ppv = m_Seeking;
+  } else {
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+  }
+  AddRef();
+  return S_OK;
+}
+
+STDMETHODIMP_(ULONG) CTestSource::Release() {
+  const ULONG count = --m_RefCount;
+  if (count == 0) delete this;
+  return count;
+}
+
+STDMETHODIMP CTestSource::GetClassID(CLSID* clsid) {
+  *clsid = GUID_NULL;
+  return S_OK;
+}
+
+FILTER_STATE CTestSource::PeerState() {
+  FILTER_STATE state = State_Stopped;
+  PIN_INFO info{};
+  if (m_Pin->peer && SUCCEEDED(m_Pin->peer->QueryPinInfo(&info))) {
+    info.pFilter->GetState(0, &state);
+    info.pFilter->Release();
+  }
+  return state;
+}
+
+STDMETHODIMP CTestSource::Pause() {
+  m_PeerStateAtPause = PeerState();
+  std::lock_guard<std::mutex> guard(m_Lock);
+  if (m_State == State_Stopped && m_Pin->peer && m_Options.pushes) {
+    m_Stopping = false;
+    m_Blocked = false;
+    m_Unblocked = false;
+    m_Sent = 0;
+    m_Worker = std::thread([this] { Push(); });
+  }
+  m_State = State_Paused;
+  return S_OK;
+}
+
+STDMETHODIMP CTestSource::Run(REFERENCE_TIME) {
+  FILTER_STATE state = State_Stopped;
+  GetState(0, &state);
+  if (state == State_Stopped) Pause();
+  std::lock_guard<std::mutex> guard(m_Lock);
+  m_State = State_Running;
+  return S_OK;
+}
+
+STDMETHODIMP CTestSource::Stop() {
+  m_PeerStateAtStop = PeerState();
+  {
+    std::lock_guard<std::mutex> guard(m_Lock);
+    m_Stopping = true;
+    m_State = State_Stopped;
+  }
+  m_Changed.notify_all();
+  if (m_Worker.joinable()) m_Worker.join();
+  return S_OK;
+}
+
+void CTestSource::Push() {
+  const ComPtr<IPin> peer = m_Pin->peer;
+  const ComPtr<IMemInputPin> input = m_Pin->input;
+  peer->NewSegment(0, m_Options.duration, 1.0);
+  for (int n = 0;; ++n) {
+    {
+      std::unique_lock<std::mutex> lock(m_Lock);
+      if (n == m_Options.blockAfter) {
+        m_Blocked = true;
+        m_Changed.notify_all();
+        m_Changed.wait(lock, [this] { return m_Stopping || m_Unblocked; });
+      }
+      if (m_Stopping) return;
+    }
+    if (n == m_Options.samples) break;
+    const ComPtr<IMediaSample> sample = MakeTestSample(n);
+    if (input->Receive(sample.Get()) != S_OK) return;  // refused: no end of stream
+    ++m_Sent;
+  }
+  if (m_Options.endOfStream) peer->EndOfStream();
+}
+
+STDMETHODIMP CTestSource::GetState(DWORD, FILTER_STATE* state) {
+  std::lock_guard<std::mutex> guard(m_Lock);
+  *state = m_State;
+  return S_OK;
+}
+
+STDMETHODIMP CTestSource::SetSyncSource(IReferenceClock* clock) {
+  bool choose = false;
+  {
+    std::lock_guard<std::mutex> guard(m_Lock);
+    m_Clock = clock;
+    if (m_Options.chooseOwnClock && clock != nullptr && !m_ChoseClock &&
+        clock != static_cast<IReferenceClock*>(this)) {
+      m_ChoseClock = true;
+      choose = true;
+    }
+  }
+  if (!choose || m_Graph == nullptr) return S_OK;
+  // As a source filter does: the first filter with a clock becomes the graph's clock.
+  ComPtr<IEnumFilters> filters;
+  m_Graph->EnumFilters(filters.PutAddress());
+  ComPtr<IReferenceClock> found;
+  IBaseFilter* filter = nullptr;
+  while (!found && filters->Next(1, &filter, nullptr) == S_OK) {
+    ComPtr<IBaseFilter>::Attach(filter)->QueryInterface(IID_IReferenceClock, found.PutVoid());
+  }
+  ComPtr<IMediaFilter> graph;
+  if (found && SUCCEEDED(m_Graph->QueryInterface(IID_IMediaFilter, graph.PutVoid()))) {
+    graph->SetSyncSource(found.Get());
+  }
+  return S_OK;
+}
+
+STDMETHODIMP CTestSource::GetSyncSource(IReferenceClock** clock) {
+  *clock = Clock().Detach();
+  return S_OK;
+}
+
+STDMETHODIMP CTestSource::EnumPins(IEnumPins** pins) {
+  auto* created = new platform_internal::CEnumSnapshot<IEnumPins, IPin>(
+      IID_IEnumPins, {ComPtr<IPin>(m_Pin)});
+  created->AddRef();
+  *pins = created;
+  return S_OK;
+}
+
+STDMETHODIMP CTestSource::FindPin(LPCWSTR, IPin** pin) {
+  *pin = nullptr;
+  return VFW_E_NOT_FOUND;
+}
+
+STDMETHODIMP CTestSource::QueryFilterInfo(FILTER_INFO*) { return E_NOTIMPL; }
+
+STDMETHODIMP CTestSource::JoinFilterGraph(IFilterGraph* graph, LPCWSTR) {
+  m_Graph = graph;
+  return S_OK;
+}
+
+STDMETHODIMP CTestSource::QueryVendorInfo(LPWSTR*) { return E_NOTIMPL; }
+
+STDMETHODIMP CTestSource::GetTime(REFERENCE_TIME* time) {
+  *time = 1234567;
+  return S_OK;
+}
+STDMETHODIMP CTestSource::AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR*) {
+  return E_NOTIMPL;
+}
+STDMETHODIMP CTestSource::AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR*) {
+  return E_NOTIMPL;
+}
+STDMETHODIMP CTestSource::Unadvise(DWORD_PTR) { return S_FALSE; }

@@ -1,0 +1,111 @@
+// A push source for graph tests: one output pin that, from the pause out of
+// stopped, sends a new segment, then `samples` samples of 188 bytes from a
+// thread through IMemInputPin::Receive, then end of stream. Counts its
+// references, and can offer a clock and seeking.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "platform/strmif.h"
+
+struct TestSourceOptions {
+  int samples = 0;
+  int blockAfter = -1;        // the worker waits here until Stop; -1 never
+  bool endOfStream = true;
+  bool offerClock = false;    // answers IReferenceClock
+  bool chooseOwnClock = false;  // on a foreign clock, makes the graph use its own, as a source may
+  bool offerSeeking = false;  // answers IMediaSeeking; GetDuration gives `duration`
+  LONGLONG duration = 0;
+  bool pushes = true;         // false: no thread, the test feeds the peer itself
+};
+
+// Byte `i` of sample `n`, so a test can rebuild what was sent.
+inline BYTE TestSampleByte(int n, int i) { return static_cast<BYTE>(n * 7 + i); }
+
+// Sample `n` as the source sends it: 188 bytes, a discontinuity when n is 0.
+ComPtr<IMediaSample> MakeTestSample(int n);
+
+class CTestSource final : public IBaseFilter, public IReferenceClock {
+ public:
+  explicit CTestSource(TestSourceOptions options);
+
+  IPin* OutputPin();
+  ULONG References() const { return m_RefCount; }
+  ComPtr<IReferenceClock> Clock();
+  // The state of the filter behind the output pin when this one paused and
+  // stopped, to show the graph's order.
+  FILTER_STATE PeerStateAtPause() const { return m_PeerStateAtPause; }
+  FILTER_STATE PeerStateAtStop() const { return m_PeerStateAtStop; }
+  int Sent() const { return m_Sent; }
+  // Waits until the worker has sent what it will send before blocking;
+  // Unblock lets it go on to the end.
+  void WaitUntilBlocked();
+  void Unblock();
+
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override;
+  STDMETHODIMP_(ULONG) AddRef() override { return ++m_RefCount; }
+  STDMETHODIMP_(ULONG) Release() override;
+
+  STDMETHODIMP GetClassID(CLSID* clsid) override;
+  STDMETHODIMP Stop() override;
+  STDMETHODIMP Pause() override;
+  STDMETHODIMP Run(REFERENCE_TIME start) override;
+  STDMETHODIMP GetState(DWORD timeoutMs, FILTER_STATE* state) override;
+  STDMETHODIMP SetSyncSource(IReferenceClock* clock) override;
+  STDMETHODIMP GetSyncSource(IReferenceClock** clock) override;
+  STDMETHODIMP EnumPins(IEnumPins** pins) override;
+  STDMETHODIMP FindPin(LPCWSTR id, IPin** pin) override;
+  STDMETHODIMP QueryFilterInfo(FILTER_INFO* info) override;
+  STDMETHODIMP JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
+  STDMETHODIMP QueryVendorInfo(LPWSTR* vendorInfo) override;
+
+  STDMETHODIMP GetTime(REFERENCE_TIME* time) override;
+  STDMETHODIMP AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR*) override;
+  STDMETHODIMP AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR*) override;
+  STDMETHODIMP Unadvise(DWORD_PTR) override;
+
+ private:
+  class COutputPin;
+  class CSeeking;
+  ~CTestSource();
+  void Push();
+  FILTER_STATE PeerState();
+
+  const TestSourceOptions m_Options;
+  std::atomic<ULONG> m_RefCount{0};
+  COutputPin* m_Pin;
+  CSeeking* m_Seeking;
+
+  std::mutex m_Lock;
+  std::condition_variable m_Changed;
+  FILTER_STATE m_State = State_Stopped;      // guarded by m_Lock
+  bool m_Stopping = false;                   // guarded by m_Lock
+  bool m_Blocked = false;                    // guarded by m_Lock
+  bool m_Unblocked = false;                  // guarded by m_Lock
+  ComPtr<IReferenceClock> m_Clock;           // guarded by m_Lock
+  bool m_ChoseClock = false;                 // guarded by m_Lock
+  IFilterGraph* m_Graph = nullptr;           // host thread only
+  std::thread m_Worker;                      // host thread only
+  std::atomic<int> m_Sent{0};
+  std::atomic<FILTER_STATE> m_PeerStateAtPause{State_Stopped};
+  std::atomic<FILTER_STATE> m_PeerStateAtStop{State_Stopped};
+};
+
+// Small helpers of the graph and sink tests.
+template <class T>
+ComPtr<T> QueryAs(IUnknown* object, REFIID iid) {
+  ComPtr<T> result;
+  if (object != nullptr) object->QueryInterface(iid, result.PutVoid());
+  return result;
+}
+
+inline ComPtr<IPin> InputPinOf(IBaseFilter* sink) {
+  ComPtr<IPin> pin;
+  sink->FindPin(L"In", pin.PutAddress());
+  return pin;
+}
