@@ -20,6 +20,7 @@
 #include "analysis/packet_engine.h"
 #include "analysis/packet_file.h"
 #include "analysis/pid_census.h"
+#include "control/brindlet_ids.h"
 #include "control/scan_report.h"
 #include "control/text_query.h"
 #include "control/ts_stream_info.h"
@@ -29,8 +30,6 @@
 #include "host/source.h"
 #include "platform/strmif.h"
 
-inline constexpr CLSID CLSID_BrindletSource =
-    MakeGuid(0x8F923A8B, 0xF96C, 0x420C, 0x84, 0x58, 0x0D, 0x64, 0x06, 0xE8, 0x2E, 0x4C);
 
 // Divisor of the first duration estimate: bytes per second of a typical
 // broadcast stream.

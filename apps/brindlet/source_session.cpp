@@ -1,6 +1,12 @@
 #include "apps/brindlet/source_session.h"
 
-#include "delivery/ts_source_filter.h"
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "control/brindlet_ids.h"
+#include "platform/objbase.h"
 #include "platform/codepage.h"
 #include "platform/com_memory.h"
 #include "platform/files.h"
@@ -22,18 +28,46 @@ std::string DescribeWin32Error(unsigned long error) {
   }
 }
 
+std::string RegisterModuleForProcess() {
+  std::filesystem::path module;
+  if (const char* named = std::getenv("BRINDLET_MODULE"); named != nullptr && *named != '\0') {
+    module = named;
+  } else {
+    std::error_code error;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error) module = self.parent_path() / "Brindlet.ax";
+  }
+  std::error_code error;
+  if (module.empty() || !std::filesystem::is_regular_file(module, error)) return {};
+  PlatformRegisterInprocServer(CLSID_BrindletSource, module.c_str());
+  return module.string();
+}
+
 CSourceSession::CSourceSession(const std::string& file, std::ostream& err) {
-  HRESULT hr = S_OK;
-  CUnknown* object = CTsSourceFilter::CreateInstance(nullptr, &hr);
-  if (object == nullptr || FAILED(hr)) {
-    err << "brindlet: cannot create the source filter (0x" << std::hex << static_cast<unsigned>(hr)
+  const std::string module = RegisterModuleForProcess();
+  HRESULT hr = CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IFilterGraph,
+                                m_Graph.PutVoid());
+  if (FAILED(hr)) {
+    err << "brindlet: cannot create a filter graph (0x" << std::hex << static_cast<unsigned>(hr) << std::dec
+        << ")\n";
+    return;
+  }
+  hr = CoCreateInstance(CLSID_BrindletSource, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, m_Filter.PutVoid());
+  if (FAILED(hr)) {
+    const std::string why = PlatformLastLoadError();
+    err << "brindlet: cannot create the source filter (0x" << std::hex << static_cast<unsigned>(hr) << std::dec
+        << "): " << (module.empty() ? "Brindlet.ax is neither beside the tool nor registered" : why) << "\n";
+    return;
+  }
+  hr = m_Graph->AddFilter(m_Filter.Get(), L"Brindlet");
+  if (FAILED(hr)) {
+    err << "brindlet: the graph refused the source filter (0x" << std::hex << static_cast<unsigned>(hr)
         << std::dec << ")\n";
     return;
   }
-  m_Filter = ComPtr<IUnknown>(object->NonDelegatingUnknown());
 
   ComPtr<IFileSourceFilter> source;
-  hr = m_Filter->QueryInterface(IID_IFileSourceFilter, reinterpret_cast<void**>(source.PutAddress()));
+  hr = m_Filter->QueryInterface(IID_IFileSourceFilter, source.PutVoid());
   if (FAILED(hr)) {
     err << "brindlet: the filter has no file source interface\n";
     return;
@@ -46,8 +80,17 @@ CSourceSession::CSourceSession(const std::string& file, std::ostream& err) {
         << (error != ERROR_SUCCESS ? DescribeWin32Error(error) : "load failed") << "\n";
     return;
   }
-  m_Filter->QueryInterface(IID_ITsStreamInfo, reinterpret_cast<void**>(m_Info.PutAddress()));
+  m_Filter->QueryInterface(IID_ITsStreamInfo, m_Info.PutVoid());
   m_Filter->QueryInterface(IID_ITsScanReport, m_Report.PutVoid());
+}
+
+CSourceSession::~CSourceSession() {
+  m_Info.Reset();
+  m_Report.Reset();
+  // The graph holds the filter; taking it out ends the filter's stay.
+  if (m_Graph && m_Filter) m_Graph->RemoveFilter(m_Filter.Get());
+  m_Filter.Reset();
+  m_Graph.Reset();
 }
 
 std::string CSourceSession::Query(const std::string& keyword) const {
