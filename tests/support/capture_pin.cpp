@@ -174,9 +174,9 @@ bool CapturePin::WaitFor(std::size_t count, int ms) {
                             [&] { return m_Samples.size() >= count || m_EndOfStreams > 0; });
 }
 
-bool CapturePin::WaitForEndOfStream(int ms) {
+bool CapturePin::WaitForEndOfStream(int ms, int count) {
   std::unique_lock<std::mutex> lock(m_Lock);
-  return m_Changed.wait_for(lock, std::chrono::milliseconds(ms), [&] { return m_EndOfStreams > 0; });
+  return m_Changed.wait_for(lock, std::chrono::milliseconds(ms), [&] { return m_EndOfStreams >= count; });
 }
 
 }  // namespace tsw

@@ -105,7 +105,7 @@ class CapturePin final : public IPin, public IMemInputPin, public IBaseFilter {
   REFERENCE_TIME LastSegmentStart() const { return m_SegmentStart; }
   // Waits until `count` samples came, or an end of stream, at most `ms`.
   bool WaitFor(std::size_t count, int ms);
-  bool WaitForEndOfStream(int ms);
+  bool WaitForEndOfStream(int ms, int count = 1);
 
   void SetReceiveResult(HRESULT result) { m_ReceiveResult = result; }
   // Keeps samples instead of letting them go: the allocator runs dry.

@@ -1,0 +1,409 @@
+// The filter as a graph object: its interfaces, the clock choice, the
+// Running Object Table, the class factory of the module, and the worker of
+// its pin delivering into a peer.
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "control/settings_store.h"
+#include "host/class_factory.h"
+#include "platform/codepage.h"
+#include "platform/com_ptr.h"
+#include "platform/control.h"
+#include "platform/messages.h"
+#include "platform/objbase.h"
+#include "platform/rot.h"
+#include "tests/delivery/filter_probe.h"
+#include "tests/support/capture_pin.h"
+#include "tests/support/scoped_registry.h"
+#include "tests/support/ts_writer.h"
+
+namespace {
+
+using tsw::Bytes;
+
+constexpr std::uint16_t kVideo = 0x100;
+
+// PAT and PMT, then video with a sequence header at packet `header`, among
+// audio packets; `count` packets in all.
+tsw::TsFile GateFile(std::uint32_t count, std::uint32_t header) {
+  tsw::TsFile file;
+  file.AddSection(0, tsw::PatSection(1, 0, {{1, 0x1000}}));
+  file.AddSection(0x1000, tsw::PmtSection(1, 0, kVideo, {{2, kVideo, {}}, {3, 0x101, {}}}));
+  for (std::uint32_t i = 2; i < count; ++i) {
+    if (i == header) {
+      Bytes pes = tsw::PesHeader(0xE0, 90000 + i * 90);
+      const Bytes sequence = tsw::Mpeg2SequenceHeader(720, 576, 3, 3);
+      pes.insert(pes.end(), sequence.begin(), sequence.end());
+      file.Add(tsw::MakePacket(kVideo, true, pes));
+    } else if (i % 10 == 0) {
+      file.Add(tsw::MakePacket(kVideo, true, tsw::PesHeader(0xE0, 90000 + i * 90)));
+    } else {
+      const Bytes index = {0xAA, static_cast<std::uint8_t>(i >> 16), static_cast<std::uint8_t>(i >> 8),
+                           static_cast<std::uint8_t>(i)};
+      file.Add(tsw::MakePacket(i % 3 ? kVideo : 0x101, false, index));
+    }
+  }
+  return file;
+}
+
+class GraphTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(WriteSettingDword("PrefDemux", 0)); }
+  std::filesystem::path Write(const tsw::TsFile& file) {
+    const auto path = m_Dir.File("g.ts");
+    file.Write(path);
+    return path;
+  }
+  IPin* Pin() { return m_Filter->OutputPin(); }
+
+  tsw::ScopedRegistry m_Registry;
+  tsw::TempDir m_Dir;
+  CMessageBoxRecorder m_Messages;
+  FilterHolder m_Filter;
+};
+
+TEST_F(GraphTest, SeekingIsAnsweredOnlyOnceThePinExists) {
+  void* face = nullptr;
+  IUnknown* unknown = m_Filter->NonDelegatingUnknown();
+  EXPECT_EQ(unknown->QueryInterface(IID_IMediaSeeking, &face), E_NOINTERFACE);
+  ASSERT_EQ(m_Filter.Load(Write(GateFile(100, 50))), S_OK);
+  ASSERT_EQ(unknown->QueryInterface(IID_IMediaSeeking, &face), S_OK);
+  IMediaSeeking* seeking = static_cast<IMediaSeeking*>(face);
+  void* fromPin = nullptr;
+  ASSERT_EQ(Pin()->QueryInterface(IID_IMediaSeeking, &fromPin), S_OK);
+  EXPECT_EQ(fromPin, face) << "one seeking object, on the pin and on the filter";
+  static_cast<IMediaSeeking*>(fromPin)->Release();
+  seeking->Release();
+  for (REFIID iid : {IID_IAMExtendedSeeking, IID_IAMStreamSelect, IID_IAMFilterMiscFlags,
+                     IID_ISpecifyPropertyPages, IID_IBaseFilter, IID_IMediaFilter, IID_IPersist, IID_IAMovieSetup}) {
+    ASSERT_EQ(unknown->QueryInterface(iid, &face), S_OK);
+    static_cast<IUnknown*>(face)->Release();
+  }
+}
+
+TEST_F(GraphTest, PinOffersOneTypeAndOnePacketPerSample) {
+  ASSERT_EQ(m_Filter.Load(Write(GateFile(100, 50))), S_OK);
+  IEnumMediaTypes* types = nullptr;
+  ASSERT_EQ(Pin()->EnumMediaTypes(&types), S_OK);
+  AM_MEDIA_TYPE* type = nullptr;
+  ULONG fetched = 0;
+  ASSERT_EQ(types->Next(1, &type, &fetched), S_OK);
+  EXPECT_EQ(type->majortype, MEDIATYPE_Stream);
+  EXPECT_EQ(type->subtype, MEDIASUBTYPE_MPEG2_TRANSPORT);
+  EXPECT_EQ(type->bFixedSizeSamples, TRUE);
+  EXPECT_EQ(type->lSampleSize, 1u);
+  FreeMediaType(*type);
+  CoTaskMemFree(type);
+  EXPECT_EQ(types->Next(1, &type, &fetched), S_FALSE);
+  types->Release();
+  PIN_INFO info{};
+  ASSERT_EQ(Pin()->QueryPinInfo(&info), S_OK);
+  EXPECT_STREQ(info.achName, L"TS Out");
+  info.pFilter->Release();
+}
+
+TEST_F(GraphTest, DeliveryStartsAtTheGateEndsOnceAndRestartsFromPacketZero) {
+  const tsw::TsFile content = GateFile(3000, 700);
+  ASSERT_EQ(m_Filter.Load(Write(content)), S_OK);
+  tsw::CapturePin peer;
+  ASSERT_EQ(Pin()->Connect(&peer, nullptr), S_OK);
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_EQ(m_Filter->Pause(), S_OK);
+    ASSERT_TRUE(peer.WaitForEndOfStream(10000, round + 1));
+    const auto samples = peer.Samples();
+    // The scan's Tables pass met the header as its 701st call: the gate
+    // stands right behind it, and delivery begins with that packet.
+    const std::size_t first = round == 0 ? 0 : 2300;
+    ASSERT_EQ(samples.size(), first + 2300);
+    for (std::size_t i = 0; i < 2300; ++i) {
+      const auto expected = content.Data().begin() + static_cast<std::ptrdiff_t>((700 + i) * 188);
+      ASSERT_TRUE(std::equal(samples[first + i].bytes.begin(), samples[first + i].bytes.end(), expected)) << i;
+    }
+    EXPECT_EQ(peer.EndOfStreams(), round + 1);
+    EXPECT_TRUE(samples[first].sync) << "the header packet carries a PTS";
+    EXPECT_FALSE(samples[first].discontinuity);
+    ASSERT_EQ(m_Filter->Stop(), S_OK);
+    EXPECT_EQ(m_Filter.Query(L"CURPACKET"), "0");
+  }
+  EXPECT_EQ(peer.NewSegments(), 2);
+  EXPECT_EQ(Pin()->Disconnect(), S_OK);
+}
+
+TEST_F(GraphTest, UnconnectedPinNeitherStartsAWorkerNorReads) {
+  ASSERT_EQ(m_Filter.Load(Write(GateFile(30000, 100))), S_OK);
+  EXPECT_EQ(m_Filter->Pause(), S_OK);
+  EXPECT_EQ(m_Filter->Run(0), S_OK);
+  EXPECT_FALSE(m_Filter->OutputPin()->ThreadExists());
+  EXPECT_EQ(m_Filter.Query(L"CURPACKET"), "0");
+  EXPECT_EQ(m_Filter->Stop(), S_OK);
+}
+
+TEST_F(GraphTest, StopWhileThePeerHoldsEveryBufferEndsTheWorker) {
+  ASSERT_EQ(m_Filter.Load(Write(GateFile(3000, 20))), S_OK);
+  tsw::CapturePin peer;
+  peer.SetHoldSamples(true);
+  ASSERT_EQ(Pin()->Connect(&peer, nullptr), S_OK);
+  ASSERT_EQ(m_Filter->Pause(), S_OK);
+  ASSERT_TRUE(peer.WaitFor(2, 5000));
+  EXPECT_EQ(m_Filter->Stop(), S_OK);
+  EXPECT_FALSE(m_Filter->OutputPin()->ThreadExists());
+  peer.ReleaseHeldSamples();
+  EXPECT_EQ(Pin()->Disconnect(), S_OK);
+}
+
+TEST_F(GraphTest, RefusedSampleLeavesTheWorkerIdleAndASeekSendsItOn) {
+  ASSERT_EQ(m_Filter.Load(Write(GateFile(3000, 20))), S_OK);
+  tsw::CapturePin peer;
+  peer.SetReceiveResult(S_FALSE);
+  ASSERT_EQ(Pin()->Connect(&peer, nullptr), S_OK);
+  ASSERT_EQ(m_Filter->Pause(), S_OK);
+  ASSERT_TRUE(peer.WaitFor(1, 5000));
+  usleep(20000);
+  EXPECT_EQ(peer.SampleCount(), 1u);
+  EXPECT_EQ(peer.EndOfStreams(), 0);
+  peer.SetReceiveResult(S_OK);
+  ComPtr<IMediaSeeking> seeking;
+  ASSERT_EQ(Pin()->QueryInterface(IID_IMediaSeeking, seeking.PutVoid()), S_OK);
+  LONGLONG start = 0;
+  ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_AbsolutePositioning, nullptr, 0), S_OK);
+  ASSERT_TRUE(peer.WaitForEndOfStream(5000));
+  EXPECT_EQ(peer.Flushes(), 1);
+  EXPECT_TRUE(peer.Samples()[1].discontinuity);
+  EXPECT_EQ(m_Filter->Stop(), S_OK);
+  EXPECT_EQ(Pin()->Disconnect(), S_OK);
+}
+
+TEST_F(GraphTest, WithPrefDemuxOneAPlainPeerIsRefusedAndLeavesNoEntry) {
+  ASSERT_TRUE(WriteSettingDword("PrefDemux", 1));
+  ASSERT_EQ(m_Filter.Load(Write(GateFile(100, 50))), S_OK);
+  tsw::CapturePin peer;
+  EXPECT_EQ(Pin()->Connect(&peer, nullptr), E_NOINTERFACE);
+  EXPECT_FALSE(peer.Connected());
+  const std::wstring path = m_Dir.File("g.ts").wstring();
+  for (const auto& name : PlatformRunningObjectNames()) EXPECT_EQ(name.find(path), std::wstring::npos);
+}
+
+// ---- The graph --------------------------------------------------------------
+
+// A filter with a clock of its own, for the clock choice.
+class ClockFilter final : public IBaseFilter, public IReferenceClock {
+ public:
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    if (riid == IID_IUnknown || riid == IID_IBaseFilter || riid == IID_IMediaFilter || riid == IID_IPersist) {
+      *ppv = static_cast<IBaseFilter*>(this);
+    } else if (riid == IID_IReferenceClock) {
+      *ppv = static_cast<IReferenceClock*>(this);
+    } else {
+      *ppv = nullptr;
+      return E_NOINTERFACE;
+    }
+    AddRef();
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++m_References); }
+  STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--m_References); }
+  STDMETHODIMP GetClassID(CLSID*) override { return E_NOTIMPL; }
+  STDMETHODIMP Stop() override { return S_OK; }
+  STDMETHODIMP Pause() override { return S_OK; }
+  STDMETHODIMP Run(REFERENCE_TIME) override { return S_OK; }
+  STDMETHODIMP GetState(DWORD, FILTER_STATE* state) override {
+    *state = State_Stopped;
+    return S_OK;
+  }
+  STDMETHODIMP SetSyncSource(IReferenceClock*) override { return S_OK; }
+  STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
+  STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
+  STDMETHODIMP FindPin(LPCWSTR, IPin**) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
+  STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
+  STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
+  STDMETHODIMP GetTime(REFERENCE_TIME* time) override {
+    *time = 0;
+    return S_OK;
+  }
+  STDMETHODIMP AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR*) override { return E_NOTIMPL; }
+  STDMETHODIMP AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR*) override { return E_NOTIMPL; }
+  STDMETHODIMP Unadvise(DWORD_PTR) override { return E_NOTIMPL; }
+  long References() const { return m_References; }
+
+ private:
+  std::atomic<long> m_References{0};
+};
+
+class FilterInGraphTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IFilterGraph, m_Graph.PutVoid()), S_OK);
+    ASSERT_EQ(m_Graph->QueryInterface(IID_IMediaFilter, m_GraphFilter.PutVoid()), S_OK);
+  }
+  void TearDown() override {
+    if (m_Graph) {
+      m_Graph->RemoveFilter(static_cast<IBaseFilter*>(&*m_Filter));
+      m_Graph->RemoveFilter(&m_Clock);
+    }
+    m_GraphFilter.Reset();
+    m_Graph.Reset();
+  }
+  IReferenceClock* GraphClock() {
+    IReferenceClock* clock = nullptr;
+    m_GraphFilter->GetSyncSource(&clock);
+    if (clock != nullptr) clock->Release();
+    return clock;
+  }
+  IReferenceClock* SystemClock() {
+    if (!m_System) {
+      CoCreateInstance(CLSID_SystemClock, nullptr, CLSCTX_INPROC_SERVER, IID_IReferenceClock, m_System.PutVoid());
+    }
+    return m_System.Get();
+  }
+
+  tsw::ScopedRegistry m_Registry;
+  ComPtr<IFilterGraph> m_Graph;
+  ComPtr<IMediaFilter> m_GraphFilter;
+  ComPtr<IReferenceClock> m_System;
+  ClockFilter m_Clock;
+  FilterHolder m_Filter;
+};
+
+TEST_F(FilterInGraphTest, AfterMiscFlagsTheFirstFilterWithAClockBecomesTheGraphClock) {
+  ASSERT_EQ(m_Graph->AddFilter(&m_Clock, L"Clock"), S_OK);
+  ASSERT_EQ(m_Graph->AddFilter(static_cast<IBaseFilter*>(&*m_Filter), L"Brindlet"), S_OK);
+  EXPECT_EQ(m_Filter->GetMiscFlags(), AM_FILTER_MISC_FLAGS_IS_SOURCE);
+  ASSERT_EQ(m_Filter->SetSyncSource(SystemClock()), S_OK);
+  EXPECT_EQ(GraphClock(), static_cast<IReferenceClock*>(&m_Clock));
+  // Chosen once: a further clock stands until the flags are asked again.
+  ASSERT_EQ(m_GraphFilter->SetSyncSource(SystemClock()), S_OK);
+  EXPECT_EQ(GraphClock(), SystemClock());
+  ASSERT_EQ(m_Filter->SetSyncSource(nullptr), S_OK);
+  m_Filter->GetMiscFlags();
+  ASSERT_EQ(m_Filter->SetSyncSource(nullptr), S_OK) << "a null clock leaves the flag set";
+  ASSERT_EQ(m_Filter->SetSyncSource(SystemClock()), S_OK);
+  EXPECT_EQ(GraphClock(), static_cast<IReferenceClock*>(&m_Clock));
+}
+
+TEST_F(FilterInGraphTest, PcrClockKeepsTheGivenClockUntilVendorInfoIsAsked) {
+  ASSERT_TRUE(WriteSettingDword("PCRClock", 1));
+  ASSERT_EQ(m_Graph->AddFilter(&m_Clock, L"Clock"), S_OK);
+  ASSERT_EQ(m_Graph->AddFilter(static_cast<IBaseFilter*>(&*m_Filter), L"Brindlet"), S_OK);
+  m_Filter->GetMiscFlags();
+  ASSERT_EQ(m_GraphFilter->SetSyncSource(SystemClock()), S_OK);
+  EXPECT_EQ(GraphClock(), SystemClock());
+  LPWSTR vendor = nullptr;
+  ASSERT_EQ(m_Filter->QueryVendorInfo(&vendor), S_OK);
+  EXPECT_STREQ(vendor, L"1.2.0.0");
+  CoTaskMemFree(vendor);
+  m_Filter->GetMiscFlags();
+  ASSERT_EQ(m_Filter->SetSyncSource(SystemClock()), S_OK);
+  EXPECT_EQ(GraphClock(), static_cast<IReferenceClock*>(&m_Clock)) << "the live PCRClock copy is 0 now";
+}
+
+TEST_F(FilterInGraphTest, RunningObjectTableNamesTheGraphAndTheConnectedFilter) {
+  ASSERT_TRUE(WriteSettingDword("AllowGraphEdit", 1));
+  ASSERT_TRUE(WriteSettingDword("PrefDemux", 0));
+  ASSERT_EQ(m_Graph->AddFilter(static_cast<IBaseFilter*>(&*m_Filter), L"Brindlet"), S_OK);
+  char graphName[64];
+  std::snprintf(graphName, sizeof graphName, "!FilterGraph %08x pid %08x",
+                static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(m_Graph.Get())), static_cast<unsigned>(getpid()));
+  const auto has = [](const std::string& wanted) {
+    const auto names = PlatformRunningObjectNames();
+    return std::any_of(names.begin(), names.end(), [&](const std::wstring& n) { return WideToAnsi(n) == wanted; });
+  };
+  EXPECT_TRUE(has(graphName));
+
+  tsw::TempDir dir;
+  const auto path = dir.File("rot.ts");
+  GateFile(100, 50).Write(path);
+  CMessageBoxRecorder messages;
+  ASSERT_EQ(m_Filter.Load(path), S_OK);
+  tsw::CapturePin peer;
+  ASSERT_EQ(m_Filter->OutputPin()->Connect(&peer, nullptr), S_OK);
+  char filterName[512];
+  std::snprintf(filterName, sizeof filterName, "!Brindlet:%s pid %08x", path.c_str(), static_cast<unsigned>(getpid()));
+  EXPECT_TRUE(has(filterName));
+  ASSERT_EQ(m_Filter->OutputPin()->Disconnect(), S_OK);
+  EXPECT_FALSE(has(filterName)) << "disconnecting revokes the filter's entry";
+  LPWSTR vendor = nullptr;
+  ASSERT_EQ(m_Filter->QueryVendorInfo(&vendor), S_OK);
+  CoTaskMemFree(vendor);
+  EXPECT_FALSE(has(graphName)) << "the vendor query revokes the graph's entry";
+}
+
+TEST_F(FilterInGraphTest, PrefDemuxTwoWithTheClassMissingJoinsAllTheSame) {
+  ASSERT_TRUE(WriteSettingDword("PrefDemux", 2));
+  EXPECT_EQ(m_Graph->AddFilter(static_cast<IBaseFilter*>(&*m_Filter), L"Brindlet"), S_OK);
+  EXPECT_FALSE(m_Filter->HoldsDemux());
+}
+
+// ---- The module, through dlopen and its class factory ------------------------
+
+class ModuleTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_Module = dlopen(BRINDLET_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(m_Module, nullptr) << dlerror();
+    m_GetClassObject = reinterpret_cast<LPFNGETCLASSOBJECT>(dlsym(m_Module, "DllGetClassObject"));
+    m_CanUnloadNow = reinterpret_cast<LPFNCANUNLOADNOW>(dlsym(m_Module, "DllCanUnloadNow"));
+    ASSERT_NE(m_GetClassObject, nullptr);
+    ASSERT_NE(m_CanUnloadNow, nullptr);
+    EXPECT_EQ(dlsym(m_Module, "CUnknownThatShouldStayInside"), nullptr);
+  }
+  void TearDown() override {
+    if (m_Module != nullptr) dlclose(m_Module);
+  }
+  void* m_Module = nullptr;
+  LPFNGETCLASSOBJECT m_GetClassObject = nullptr;
+  LPFNCANUNLOADNOW m_CanUnloadNow = nullptr;
+};
+
+// An outer object that counts the references its inner object passes on.
+class CountingOuter final : public IUnknown {
+ public:
+  STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+  STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++references); }
+  STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--references); }
+  std::atomic<long> references{1};
+};
+
+TEST_F(ModuleTest, FactoryCreatesAggregatesAndTheModuleCountsWhatLives) {
+  EXPECT_EQ(m_CanUnloadNow(), S_OK);
+  void* out = reinterpret_cast<void*>(0x1);
+  EXPECT_EQ(m_GetClassObject(CLSID_BrindletSource, IID_IBaseFilter, &out), E_NOINTERFACE);
+  EXPECT_EQ(m_GetClassObject(GUID_NULL, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(out, reinterpret_cast<void*>(0x1)) << "untouched";
+
+  ComPtr<IClassFactory> factory;
+  ASSERT_EQ(m_GetClassObject(CLSID_BrindletSource, IID_IClassFactory, factory.PutVoid()), S_OK);
+  EXPECT_EQ(m_CanUnloadNow(), S_FALSE) << "the factory lives";
+
+  CountingOuter outer;
+  void* object = nullptr;
+  EXPECT_EQ(factory->CreateInstance(&outer, IID_IBaseFilter, &object), E_NOINTERFACE);
+  EXPECT_EQ(object, nullptr);
+  ASSERT_EQ(factory->CreateInstance(&outer, IID_IUnknown, &object), S_OK);
+  auto* inner = static_cast<IUnknown*>(object);
+  IBaseFilter* filter = nullptr;
+  ASSERT_EQ(inner->QueryInterface(IID_IBaseFilter, reinterpret_cast<void**>(&filter)), S_OK);
+  EXPECT_EQ(outer.references, 2) << "the aggregated face counts on the outer object";
+  filter->Release();
+  EXPECT_EQ(outer.references, 1);
+  inner->Release();
+
+  ASSERT_EQ(factory->CreateInstance(nullptr, IID_IBaseFilter, reinterpret_cast<void**>(&filter)), S_OK);
+  ASSERT_EQ(factory->LockServer(TRUE), S_OK);
+  factory.Reset();
+  EXPECT_EQ(m_CanUnloadNow(), S_FALSE) << "a filter lives";
+  filter->Release();
+  EXPECT_EQ(m_CanUnloadNow(), S_FALSE) << "the server is locked";
+  ComPtr<IClassFactory> again;
+  ASSERT_EQ(m_GetClassObject(CLSID_BrindletSource, IID_IUnknown, again.PutVoid()), S_OK);
+  again->LockServer(FALSE);
+  again.Reset();
+  EXPECT_EQ(m_CanUnloadNow(), S_OK);
+}
+
+}  // namespace
