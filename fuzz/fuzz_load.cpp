@@ -1,6 +1,6 @@
 // Opens the input as a file with the filter's Load, the whole scan included,
 // then asks what a client would ask and hands out a few samples. The file
-// is exactly the input, so a finding reproduces with the command line too.
+// is exactly the input, so a finding can be opened as it is elsewhere.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>

@@ -93,6 +93,8 @@ class SourceStreamTest : public ::testing::Test {
     if (filter == nullptr) return;
     filter->Stop();
     filter->JoinFilterGraph(nullptr, nullptr);
+    stream->Disconnect();
+    peer.Disconnect();
     delete stream;
     filter->NonDelegatingUnknown()->Release();
   }
