@@ -21,13 +21,12 @@ constexpr std::uint16_t kAc3 = 0x102;
 Bytes SdtSection(std::uint16_t tsid, std::uint8_t version,
                  const std::vector<std::pair<std::uint16_t, std::string>>& services) {
   Bytes body = {0xFF, 0x01, 0xFF};
-  for (const auto& [id, name] : services) {
-    const Bytes descriptor = [&] {
-      Bytes d = {0x48, static_cast<std::uint8_t>(3 + name.size()), 0x01, 0x00,
-                 static_cast<std::uint8_t>(name.size())};
-      d.insert(d.end(), name.begin(), name.end());
-      return d;
-    }();
+  for (const auto& service : services) {
+    const std::uint16_t id = service.first;
+    const std::string& name = service.second;
+    Bytes descriptor = {0x48, static_cast<std::uint8_t>(3 + name.size()), 0x01, 0x00,
+                        static_cast<std::uint8_t>(name.size())};
+    descriptor.insert(descriptor.end(), name.begin(), name.end());
     body.push_back(static_cast<std::uint8_t>(id >> 8));
     body.push_back(static_cast<std::uint8_t>(id & 0xFF));
     body.push_back(0xFC);
