@@ -1,12 +1,15 @@
 // brindlet: the command-line face of the source filter.
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "apps/brindlet/info_command.h"
+#include "apps/brindlet/play_command.h"
 #include "apps/brindlet/query_command.h"
 #include "apps/brindlet/settings_command.h"
 
@@ -28,6 +31,16 @@ int main(int argc, char** argv) {
       app.add_subcommand("query", "Open FILE and print one line per text query answer");
   queryCommand->add_option("FILE", query.file, "Transport stream file")->required();
   queryCommand->add_option("KEYWORD", query.keywords, "Keywords such as NUMPIDS or GETPID(0)")
+      ->required();
+
+  PlayOptions play;
+  CLI::App* playCommand = app.add_subcommand(
+      "play", "Run FILE through the filter into a file writer, to the end of the stream");
+  playCommand->add_option("FILE", play.file, "Transport stream file")->required();
+  playCommand
+      ->add_option("--raw", play.raw,
+                   "Write what the filter's pin delivers to OUT (a plain writer needs PrefDemux 0 or 3)")
+      ->type_name("OUT")
       ->required();
 
   SettingsOptions settings;
@@ -58,6 +71,7 @@ int main(int argc, char** argv) {
 
   if (infoCommand->parsed()) return RunInfo(info, std::cout, std::cerr);
   if (queryCommand->parsed()) return RunQuery(query, std::cout, std::cerr);
+  if (playCommand->parsed()) return RunPlay(play, std::cout, std::cerr, isatty(STDERR_FILENO) != 0);
   if (settingsCommand->parsed()) return RunSettings(settings, std::cout, std::cerr);
   return kExitUsage;
 }
