@@ -42,6 +42,23 @@ int main(int argc, char** argv) {
                    "Write what the filter's pin delivers to OUT (a plain writer needs PrefDemux 0 or 3)")
       ->type_name("OUT")
       ->required();
+  playCommand->add_option("--start", play.start, "Start at S seconds (a seek by proportion of the file)")
+      ->type_name("S")
+      ->check(CLI::NonNegativeNumber);
+  playCommand->add_option("--stop", play.stop, "Stop at S seconds (0: the end of the file)")
+      ->type_name("S")
+      ->check(CLI::NonNegativeNumber);
+  playCommand->add_option("--rate", play.rate, "Playback rate; the sample times are divided by it")
+      ->type_name("R")
+      ->check(CLI::PositiveNumber);
+  std::vector<std::string> seekAt;
+  playCommand
+      ->add_option("--seek-at", seekAt, "T:S - when the position reaches T seconds, seek to S (repeatable)")
+      ->type_name("T:S")
+      ->check([](const std::string& text) {
+        std::pair<double, double> seek;
+        return ParseSeekAt(text, &seek) ? std::string() : std::string("expected T:S in seconds");
+      });
 
   SettingsOptions settings;
   CLI::App* settingsCommand = app.add_subcommand("settings", "Show or change the per-user settings");
@@ -71,7 +88,13 @@ int main(int argc, char** argv) {
 
   if (infoCommand->parsed()) return RunInfo(info, std::cout, std::cerr);
   if (queryCommand->parsed()) return RunQuery(query, std::cout, std::cerr);
-  if (playCommand->parsed()) return RunPlay(play, std::cout, std::cerr, isatty(STDERR_FILENO) != 0);
+  if (playCommand->parsed()) {
+    for (const std::string& text : seekAt) {
+      std::pair<double, double> seek;
+      if (ParseSeekAt(text, &seek)) play.seekAt.push_back(seek);
+    }
+    return RunPlay(play, std::cout, std::cerr, isatty(STDERR_FILENO) != 0);
+  }
   if (settingsCommand->parsed()) return RunSettings(settings, std::cout, std::cerr);
   return kExitUsage;
 }

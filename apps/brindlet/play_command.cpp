@@ -1,5 +1,6 @@
 #include "apps/brindlet/play_command.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -15,6 +16,8 @@ namespace {
 
 // Long enough to cost nothing, short enough for a live progress line.
 constexpr LONG kWaitSliceMs = 200;
+// While a seek waits for its moment, the position is looked at this often.
+constexpr LONG kSeekSliceMs = 1;
 constexpr double kUnitsPerSecond = 1e7;  // REFERENCE_TIME
 
 std::string Hex(HRESULT hr) {
@@ -80,6 +83,55 @@ std::string Summary(LONGLONG samples, LONGLONG bytes, double seconds) {
 
 }  // namespace
 
+bool ParseSeekAt(const std::string& text, std::pair<double, double>* seek) {
+  const auto colon = text.find(':');
+  if (colon == std::string::npos) return false;
+  try {
+    std::size_t used = 0;
+    const double at = std::stod(text.substr(0, colon), &used);
+    if (used != colon) return false;
+    const std::string to = text.substr(colon + 1);
+    const double target = std::stod(to, &used);
+    if (used != to.size() || at < 0 || target < 0) return false;
+    *seek = {at, target};
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+namespace {
+
+LONGLONG ToUnits(double seconds) { return static_cast<LONGLONG>(seconds * kUnitsPerSecond + 0.5); }
+
+// The start, stop and rate of the command line, through the graph's
+// seeking, before the graph runs.
+bool ApplyPositions(const PlayOptions& options, IMediaSeeking* seeking, std::ostream& err) {
+  if (!options.start && !options.stop && !options.rate) return true;
+  if (seeking == nullptr) {
+    err << "brindlet: the graph cannot seek\n";
+    return false;
+  }
+  LONGLONG start = options.start ? ToUnits(*options.start) : 0;
+  LONGLONG stop = options.stop ? ToUnits(*options.stop) : 0;
+  const HRESULT hr = seeking->SetPositions(options.start ? &start : nullptr,
+                                           options.start ? AM_SEEKING_AbsolutePositioning : 0,
+                                           options.stop ? &stop : nullptr,
+                                           options.stop ? AM_SEEKING_AbsolutePositioning : 0);
+  if (FAILED(hr)) {
+    err << "brindlet: cannot set the positions: " << DescribeResult(hr) << "\n";
+    return false;
+  }
+  // The filter keeps a rate below 1 for the sample times but refuses it.
+  if (options.rate && FAILED(seeking->SetRate(*options.rate))) {
+    err << "brindlet: note: the filter refuses a rate of " << *options.rate
+        << "; it divides the sample times by it all the same\n";
+  }
+  return true;
+}
+
+}  // namespace
+
 int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bool showProgress) {
   if (options.file.empty() || options.raw.empty()) {
     err << "brindlet: play needs FILE and --raw OUT\n";
@@ -139,6 +191,11 @@ int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bo
     return kExitFailure;
   }
 
+  if (!ApplyPositions(options, seeking.Get(), err)) return kExitFailure;
+  std::vector<std::pair<double, double>> seeks = options.seekAt;
+  std::sort(seeks.begin(), seeks.end());
+  std::size_t nextSeek = 0;
+
   const auto started = std::chrono::steady_clock::now();
   hr = control->Run();
   if (FAILED(hr)) {
@@ -156,8 +213,17 @@ int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bo
     LONG code = 0;
     LONG_PTR param1 = 0;
     LONG_PTR param2 = 0;
-    hr = events->GetEvent(&code, &param1, &param2, kWaitSliceMs);
+    const bool seekPending = nextSeek < seeks.size() && seeking;
+    hr = events->GetEvent(&code, &param1, &param2, seekPending ? kSeekSliceMs : kWaitSliceMs);
     if (hr == E_ABORT) {
+      LONGLONG position = 0;
+      if (seekPending && SUCCEEDED(seeking->GetCurrentPosition(&position)) &&
+          position >= ToUnits(seeks[nextSeek].first)) {
+        // The worker is running: the seek flushes it and sends it on.
+        LONGLONG target = ToUnits(seeks[nextSeek].second);
+        seeking->SetPositions(&target, AM_SEEKING_AbsolutePositioning, nullptr, 0);
+        ++nextSeek;
+      }
       if (showProgress) ShowProgress(err, counts.Get(), seeking.Get());
       continue;
     }
@@ -188,6 +254,9 @@ int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bo
   if (!failure.empty()) {
     err << "brindlet: " << failure << "\n";
     return kExitFailure;
+  }
+  for (std::size_t i = nextSeek; i < seeks.size(); ++i) {
+    err << "brindlet: note: the stream ended before the position " << seeks[i].first << " s of --seek-at\n";
   }
   LONGLONG bytes = 0;
   const LONGLONG samples = SamplesWritten(counts.Get(), &bytes);

@@ -18,6 +18,7 @@
 #include "control/settings_store.h"
 #include "tests/support/process.h"
 #include "tests/support/scoped_registry.h"
+#include "tests/support/ts_reader.h"
 #include "tests/support/ts_writer.h"
 
 namespace {
@@ -30,21 +31,9 @@ constexpr std::uint16_t kVideo = 0x100;
 constexpr std::uint16_t kAudio = 0x101;
 const std::filesystem::path kSample = std::filesystem::path(BRINDLET_SOURCE_DIR) / "samples/mpeg2-mp2-ac3.ts";
 
-Bytes ReadAll(const std::filesystem::path& path) {
-  std::error_code error;
-  const auto size = std::filesystem::file_size(path, error);
-  if (error) return {};
-  Bytes bytes(size);
-  std::ifstream in(path, std::ios::binary);
-  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
-  if (static_cast<std::uintmax_t>(in.gcount()) != size) bytes.resize(static_cast<std::size_t>(in.gcount()));
-  return bytes;
-}
-
-std::uint16_t PidOf(const std::uint8_t* packet) {
-  return static_cast<std::uint16_t>(((packet[1] & 0x1F) << 8) | packet[2]);
-}
-bool UnitStart(const std::uint8_t* packet) { return (packet[1] & 0x40) != 0; }
+using tsw::PidOf;
+using tsw::ReadAll;
+using tsw::UnitStart;
 
 struct PlayRun {
   int status = -1;
@@ -52,10 +41,17 @@ struct PlayRun {
   std::string err;
 };
 
+PlayOptions Options(const std::string& file, const std::string& raw) {
+  PlayOptions options;
+  options.file = file;
+  options.raw = raw;
+  return options;
+}
+
 PlayRun Play(const std::filesystem::path& in, const std::filesystem::path& out) {
   std::ostringstream stdoutText, stderrText;
   PlayRun run;
-  run.status = RunPlay({in.string(), out.string()}, stdoutText, stderrText, false);
+  run.status = RunPlay(Options(in.string(), out.string()), stdoutText, stderrText, false);
   run.out = stdoutText.str();
   run.err = stderrText.str();
   return run;
@@ -222,17 +218,9 @@ TEST(PlayRaw, OutsideReaderTakesTheWrittenStream) {
 // found with the standard's own field rules; none if not in the first 10000
 // packets, where the scan would count it on a later trip.
 std::optional<std::size_t> FirstSequenceHeaderPacket(const Bytes& data, std::uint16_t videoPid) {
-  const std::size_t packets = std::min<std::size_t>(data.size() / kPacket, 10000);
-  for (std::size_t i = 0; i < packets; ++i) {
-    const std::uint8_t* p = data.data() + i * kPacket;
-    if (PidOf(p) != videoPid || !UnitStart(p)) continue;
-    std::size_t at = 4;
-    if ((p[3] & 0x20) != 0) at += 1 + p[4];  // adaptation field
-    if (at + 9 > kPacket || p[at] != 0 || p[at + 1] != 0 || p[at + 2] != 1) continue;
-    const std::size_t es = at + 9 + p[at + 8];
-    if (es + 4 <= kPacket && p[es] == 0 && p[es + 1] == 0 && p[es + 2] == 1 && p[es + 3] == 0xB3) return i;
-  }
-  return std::nullopt;
+  const auto found = tsw::SequenceHeaderPackets(data, videoPid, 10000);
+  if (found.empty()) return std::nullopt;
+  return found.front();
 }
 
 TEST(PlayRaw, BundledSampleFromItsFirstSequenceHeaderToTheEnd) {
@@ -423,8 +411,8 @@ TEST(PlayRaw, FailuresAreOneLineAndStatusOne) {
 
 TEST(PlayRaw, MissingArgumentsAreUsageErrors) {
   std::ostringstream out, err;
-  EXPECT_EQ(RunPlay({"in.ts", ""}, out, err, false), kExitUsage);
-  EXPECT_EQ(RunPlay({"", "out.ts"}, out, err, false), kExitUsage);
+  EXPECT_EQ(RunPlay(Options("in.ts", ""), out, err, false), kExitUsage);
+  EXPECT_EQ(RunPlay(Options("", "out.ts"), out, err, false), kExitUsage);
 
   tsw::TempDir dir;
   SmallFile().Write(dir.File("in.ts"));

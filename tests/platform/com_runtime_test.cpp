@@ -32,8 +32,8 @@ TEST(CoCreateInstance, MakesThePlatformsClasses) {
     CLSID clsid;
     IID iid;
   } cases[] = {
-      {CLSID_FilterGraph, IID_IGraphBuilder},    {CLSID_FilterGraph, IID_IMediaControl},
-      {CLSID_SystemClock, IID_IReferenceClock},  {CLSID_NullRenderer, IID_IBaseFilter},
+      {CLSID_FilterGraph, IID_IGraphBuilder},        {CLSID_FilterGraph, IID_IMediaControl},
+      {CLSID_SystemClock, IID_IReferenceClock},      {CLSID_NullRenderer, IID_IBaseFilter},
       {CLSID_StreamFileWriter, IID_IFileSinkFilter},
   };
   for (const auto& c : cases) {
@@ -93,9 +93,9 @@ TEST(CoCreateInstance, ProcessFactoryStandsInFrontAndGoesAgain) {
   CCountingFactory factory;
   ASSERT_EQ(PlatformRegisterClassObject(CLSID_NullRenderer, &factory), S_OK);
   void* object = nullptr;
-  EXPECT_EQ(CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
-                             &object),
-            E_OUTOFMEMORY);
+  EXPECT_EQ(
+      CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &object),
+      E_OUTOFMEMORY);
   EXPECT_EQ(factory.created, 1);
   ASSERT_EQ(PlatformRegisterClassObject(CLSID_NullRenderer, nullptr), S_OK);
   EXPECT_EQ(factory.refs, 0u);
@@ -148,8 +148,8 @@ class TestModule : public testing::Test {
 
   static ComPtr<ITestModuleObject> Create(REFCLSID clsid, HRESULT* result = nullptr) {
     ComPtr<ITestModuleObject> object;
-    const HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER,
-                                        IID_ITestModuleObject, object.PutVoid());
+    const HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_ITestModuleObject,
+                                        object.PutVoid());
     if (result != nullptr) *result = hr;
     return object;
   }

@@ -38,9 +38,9 @@ class GraphTest : public testing::Test {
 
   ComPtr<IBaseFilter> AddSink(REFCLSID clsid, LPCWSTR name = L"Sink") {
     ComPtr<IBaseFilter> sink;
-    EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                               sink.PutVoid()),
-              S_OK);
+    EXPECT_EQ(
+        CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, sink.PutVoid()),
+        S_OK);
     EXPECT_TRUE(SUCCEEDED(m_Graph->AddFilter(sink.Get(), name)));
     return sink;
   }
@@ -148,8 +148,8 @@ TEST_F(GraphTest, RunsToCompletionIntoTheFileWriter) {
   constexpr int kSamples = 50;
   ComPtr<CTestSource> source = AddSource({.samples = kSamples, .duration = 4000});
   const ComPtr<IBaseFilter> writer = AddSink(CLSID_StreamFileWriter, L"Writer");
-  ASSERT_EQ(QueryAs<IFileSinkFilter>(writer.Get(), IID_IFileSinkFilter)->SetFileName(path.c_str(),
-                                                                                      nullptr),
+  ASSERT_EQ(QueryAs<IFileSinkFilter>(writer.Get(), IID_IFileSinkFilter)
+                ->SetFileName(path.c_str(), nullptr),
             S_OK);
   Connect(source.Get(), writer.Get());
 
@@ -212,7 +212,8 @@ TEST_F(GraphTest, ErrorAbortEndsTheWait) {
   const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
   Connect(source.Get(), sink.Get());
   ASSERT_EQ(m_Control->Run(), S_OK);
-  const ComPtr<IMediaEventSink> events = QueryAs<IMediaEventSink>(m_Graph.Get(), IID_IMediaEventSink);
+  const ComPtr<IMediaEventSink> events =
+      QueryAs<IMediaEventSink>(m_Graph.Get(), IID_IMediaEventSink);
   std::thread worker([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     events->Notify(EC_ERRORABORT, E_FAIL, 0);
@@ -282,10 +283,9 @@ TEST_F(GraphTest, ConnectDirectChecksPinsAndState) {
             VFW_E_NOT_IN_GRAPH);
   EXPECT_EQ(m_Graph->ConnectDirect(in.Get(), source->OutputPin(), nullptr),
             VFW_E_INVALID_DIRECTION);
-  const AM_MEDIA_TYPE video{MEDIATYPE_Video, GUID_NULL, TRUE, FALSE, 0, GUID_NULL, nullptr, 0,
-                            nullptr};
-  EXPECT_EQ(m_Graph->ConnectDirect(source->OutputPin(), in.Get(), &video),
-            VFW_E_TYPE_NOT_ACCEPTED);
+  const AM_MEDIA_TYPE video{MEDIATYPE_Video, GUID_NULL, TRUE, FALSE,  0,
+                            GUID_NULL,       nullptr,   0,    nullptr};
+  EXPECT_EQ(m_Graph->ConnectDirect(source->OutputPin(), in.Get(), &video), VFW_E_TYPE_NOT_ACCEPTED);
   ASSERT_EQ(m_Graph->Connect(source->OutputPin(), in.Get()), S_OK);
   ASSERT_EQ(m_Control->Pause(), S_OK);
   EXPECT_EQ(m_Graph->ConnectDirect(source->OutputPin(), in.Get(), nullptr), VFW_E_NOT_STOPPED);
@@ -301,6 +301,15 @@ TEST_F(GraphTest, ClockIsChosenAtPauseAndGivenToEveryFilter) {
   EXPECT_EQ(clock.Get(), static_cast<IReferenceClock*>(withClock.Get()));
   EXPECT_EQ(plain->Clock().Get(), clock.Get());
   EXPECT_EQ(m_Control->Stop(), S_OK);
+
+  // The filter held itself through its clock; leaving the graph ends that,
+  // and the graph's clock goes with it.
+  clock = nullptr;
+  ASSERT_EQ(m_Graph->RemoveFilter(withClock.Get()), S_OK);
+  EXPECT_EQ(withClock->References(), 1u);
+  EXPECT_FALSE(plain->Clock());
+  QueryAs<IMediaFilter>(m_Graph.Get(), IID_IMediaFilter)->GetSyncSource(clock.PutAddress());
+  EXPECT_FALSE(clock);
 }
 
 TEST_F(GraphTest, AFilterMayChooseTheClockFromInsideSetSyncSource) {

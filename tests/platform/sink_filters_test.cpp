@@ -44,7 +44,8 @@ TEST(SinkInputPin, AcceptsStreamsOrAnythingWhenTold) {
   for (REFCLSID clsid : {CLSID_NullRenderer, CLSID_StreamFileWriter}) {
     for (const auto& c : cases) {
       const ComPtr<IBaseFilter> sink = NewSink(clsid);
-      QueryAs<IStreamSinkControl>(sink.Get(), IID_IStreamSinkControl)->SetAcceptAnyType(c.acceptAny);
+      QueryAs<IStreamSinkControl>(sink.Get(), IID_IStreamSinkControl)
+          ->SetAcceptAnyType(c.acceptAny);
       ComPtr<CTestSource> source(new CTestSource({}));
       const ComPtr<IPin> in = InputPinOf(sink.Get());
       const AM_MEDIA_TYPE type = TypeOf(c.major, c.sub);

@@ -1,9 +1,10 @@
 // A minimal in-process server: DllMain, DllGetClassObject, DllCanUnloadNow
 // and one object class served under two CLSIDs.
+#include "tests/platform/test_module.h"
+
 #include <atomic>
 
 #include "platform/objbase.h"
-#include "tests/platform/test_module.h"
 
 namespace {
 

@@ -13,7 +13,8 @@ constexpr LONG kPacketSize = 188;
 class CTestSample final : public IMediaSample {
  public:
   explicit CTestSample(int n) : m_Data(kPacketSize) {
-    for (int i = 0; i < kPacketSize; ++i) m_Data[static_cast<std::size_t>(i)] = TestSampleByte(n, i);
+    for (int i = 0; i < kPacketSize; ++i)
+      m_Data[static_cast<std::size_t>(i)] = TestSampleByte(n, i);
     m_Discontinuity = n == 0;
   }
   STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
@@ -33,7 +34,9 @@ class CTestSample final : public IMediaSample {
     return S_OK;
   }
   STDMETHODIMP_(LONG) GetSize() override { return kPacketSize; }
-  STDMETHODIMP GetTime(REFERENCE_TIME*, REFERENCE_TIME*) override { return VFW_E_SAMPLE_TIME_NOT_SET; }
+  STDMETHODIMP GetTime(REFERENCE_TIME*, REFERENCE_TIME*) override {
+    return VFW_E_SAMPLE_TIME_NOT_SET;
+  }
   STDMETHODIMP SetTime(REFERENCE_TIME*, REFERENCE_TIME*) override { return S_OK; }
   STDMETHODIMP IsSyncPoint() override { return S_OK; }
   STDMETHODIMP SetSyncPoint(BOOL) override { return S_OK; }
@@ -84,8 +87,9 @@ class CTestSource::COutputPin final : public IPin {
   STDMETHODIMP Connect(IPin* receivePin, const AM_MEDIA_TYPE* type) override {
     if (receivePin == nullptr) return E_POINTER;
     if (peer) return VFW_E_ALREADY_CONNECTED;
-    AM_MEDIA_TYPE transport{MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT, TRUE, FALSE, 188,
-                            GUID_NULL, nullptr, 0, nullptr};
+    AM_MEDIA_TYPE transport{
+        MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT, TRUE, FALSE, 188, GUID_NULL, nullptr, 0,
+        nullptr};
     const HRESULT hr = receivePin->ReceiveConnection(this, type != nullptr ? type : &transport);
     if (FAILED(hr)) return hr;
     if (FAILED(receivePin->QueryInterface(IID_IMemInputPin, input.PutVoid()))) {
@@ -330,8 +334,8 @@ STDMETHODIMP CTestSource::GetSyncSource(IReferenceClock** clock) {
 }
 
 STDMETHODIMP CTestSource::EnumPins(IEnumPins** pins) {
-  auto* created = new platform_internal::CEnumSnapshot<IEnumPins, IPin>(
-      IID_IEnumPins, {ComPtr<IPin>(m_Pin)});
+  auto* created =
+      new platform_internal::CEnumSnapshot<IEnumPins, IPin>(IID_IEnumPins, {ComPtr<IPin>(m_Pin)});
   created->AddRef();
   *pins = created;
   return S_OK;

@@ -15,13 +15,13 @@
 
 struct TestSourceOptions {
   int samples = 0;
-  int blockAfter = -1;        // the worker waits here until Stop; -1 never
+  int blockAfter = -1;  // the worker waits here until Stop; -1 never
   bool endOfStream = true;
-  bool offerClock = false;    // answers IReferenceClock
+  bool offerClock = false;      // answers IReferenceClock
   bool chooseOwnClock = false;  // on a foreign clock, makes the graph use its own, as a source may
-  bool offerSeeking = false;  // answers IMediaSeeking; GetDuration gives `duration`
+  bool offerSeeking = false;    // answers IMediaSeeking; GetDuration gives `duration`
   LONGLONG duration = 0;
-  bool pushes = true;         // false: no thread, the test feeds the peer itself
+  bool pushes = true;  // false: no thread, the test feeds the peer itself
 };
 
 // Byte `i` of sample `n`, so a test can rebuild what was sent.
@@ -83,14 +83,14 @@ class CTestSource final : public IBaseFilter, public IReferenceClock {
 
   std::mutex m_Lock;
   std::condition_variable m_Changed;
-  FILTER_STATE m_State = State_Stopped;      // guarded by m_Lock
-  bool m_Stopping = false;                   // guarded by m_Lock
-  bool m_Blocked = false;                    // guarded by m_Lock
-  bool m_Unblocked = false;                  // guarded by m_Lock
-  ComPtr<IReferenceClock> m_Clock;           // guarded by m_Lock
-  bool m_ChoseClock = false;                 // guarded by m_Lock
-  IFilterGraph* m_Graph = nullptr;           // host thread only
-  std::thread m_Worker;                      // host thread only
+  FILTER_STATE m_State = State_Stopped;  // guarded by m_Lock
+  bool m_Stopping = false;               // guarded by m_Lock
+  bool m_Blocked = false;                // guarded by m_Lock
+  bool m_Unblocked = false;              // guarded by m_Lock
+  ComPtr<IReferenceClock> m_Clock;       // guarded by m_Lock
+  bool m_ChoseClock = false;             // guarded by m_Lock
+  IFilterGraph* m_Graph = nullptr;       // host thread only
+  std::thread m_Worker;                  // host thread only
   std::atomic<int> m_Sent{0};
   std::atomic<FILTER_STATE> m_PeerStateAtPause{State_Stopped};
   std::atomic<FILTER_STATE> m_PeerStateAtStop{State_Stopped};

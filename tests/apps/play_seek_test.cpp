@@ -1,0 +1,138 @@
+// Seeking from the command line on a real MPEG-2 file: the first packet
+// written after --start follows the delivery gate's rules, worked out here
+// from the file alone.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "apps/brindlet/play_command.h"
+#include "apps/brindlet/query_command.h"
+#include "control/settings_store.h"
+#include "tests/support/process.h"
+#include "tests/support/scoped_registry.h"
+#include "tests/support/ts_reader.h"
+
+namespace {
+
+using tsw::Bytes;
+
+constexpr std::uint16_t kVideo = 0x100;
+constexpr std::size_t kPacket = 188;
+const std::filesystem::path kSample = std::filesystem::path(BRINDLET_SOURCE_DIR) / "samples/mpeg2-mp2-ac3.ts";
+
+// MEDIALEN as whole milliseconds.
+std::int64_t DurationMs(const std::filesystem::path& file) {
+  std::ostringstream out, err;
+  EXPECT_EQ(RunQuery({file.string(), {"MEDIALEN"}}, out, err), kExitOk);
+  int h = 0, m = 0, s = 0, ms = 0;
+  EXPECT_EQ(std::sscanf(out.str().c_str(), "%d:%d:%d.%d", &h, &m, &s, &ms), 4);
+  return ((h * 60LL + m) * 60 + s) * 1000 + ms;
+}
+
+class PlaySeekTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(WriteSettingDword("PrefDemux", 0));
+    m_Input = tsw::ReadAll(kSample);
+    ASSERT_FALSE(m_Input.empty());
+    m_Packets = m_Input.size() / kPacket;
+    m_Headers = tsw::SequenceHeaderPackets(m_Input, kVideo, m_Packets);
+    ASSERT_FALSE(m_Headers.empty());
+    m_DurationMs = DurationMs(kSample);
+    ASSERT_GT(m_DurationMs, 0);
+  }
+
+  // The packet a time maps to: whole milliseconds, by proportion of the file.
+  std::size_t PacketFor(double seconds) const {
+    const auto ms = static_cast<std::int64_t>(seconds * 1000);
+    return static_cast<std::size_t>(static_cast<std::uint64_t>(ms) * m_Packets / static_cast<std::uint64_t>(m_DurationMs));
+  }
+
+  // After a seek to packet t the engine passes over packets until one holds
+  // a sequence header, or until the gate reaches its base + 5000. The scan
+  // left the base right behind the first header it met, on its first trip.
+  std::size_t FirstAfterSeek(std::size_t t) const {
+    const std::size_t base = m_Headers.front() + 1;
+    for (std::size_t c = t;; ++c) {
+      if (std::binary_search(m_Headers.begin(), m_Headers.end(), c)) return c;
+      if (c + 1 >= base + 5000) return c;
+    }
+  }
+
+  int Play(PlayOptions options, std::string* err = nullptr) {
+    options.file = kSample.string();
+    options.raw = m_Out.string();
+    std::ostringstream out, errors;
+    const int status = RunPlay(options, out, errors, false);
+    if (err != nullptr) *err = errors.str();
+    return status;
+  }
+
+  void ExpectOutputFrom(std::size_t first, std::size_t end) {
+    const Bytes written = tsw::ReadAll(m_Out);
+    ASSERT_EQ(written.size(), (end - first) * kPacket) << "first " << first << ", end " << end;
+    EXPECT_TRUE(std::equal(written.begin(), written.end(), m_Input.begin() + static_cast<std::ptrdiff_t>(first * kPacket)));
+  }
+
+  tsw::ScopedRegistry m_Registry;
+  tsw::TempDir m_Dir;
+  std::filesystem::path m_Out = m_Dir.File("out.ts");
+  Bytes m_Input;
+  std::size_t m_Packets = 0;
+  std::vector<std::size_t> m_Headers;
+  std::int64_t m_DurationMs = 0;
+};
+
+TEST_F(PlaySeekTest, StartWithinTheSearchGoesOnToTheNextSequenceHeader) {
+  const std::size_t t = PacketFor(1.0);
+  ASSERT_LT(t, m_Headers.front() + 1 + 5000) << "the search must run for this case";
+  const std::size_t first = FirstAfterSeek(t);
+  EXPECT_GT(first, t) << "a header lies a little behind the jump";
+  PlayOptions options;
+  options.start = 1.0;
+  ASSERT_EQ(Play(options), kExitOk);
+  ExpectOutputFrom(first, m_Packets);
+  if (tsw::OnPath("ffprobe")) {
+    const auto probe = tsw::Shell("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 '" + m_Out.string() + "'");
+    EXPECT_NE(probe.out.find("mpeg2video"), std::string::npos) << probe.out;
+  }
+}
+
+TEST_F(PlaySeekTest, StartBeyondTheSearchGoesOutAtOnce) {
+  const std::size_t t = PacketFor(10.0);
+  ASSERT_GE(t, m_Headers.front() + 1 + 5000) << "no search for this case";
+  PlayOptions options;
+  options.start = 10.0;
+  ASSERT_EQ(Play(options), kExitOk);
+  ExpectOutputFrom(t, m_Packets);
+}
+
+TEST_F(PlaySeekTest, StopCutsTheStreamAtItsPacket) {
+  PlayOptions options;
+  options.start = 1.0;
+  options.stop = 2.0;
+  ASSERT_EQ(Play(options), kExitOk);
+  ExpectOutputFrom(FirstAfterSeek(PacketFor(1.0)), PacketFor(2.0));
+}
+
+TEST_F(PlaySeekTest, SeekDuringPlayReplaysAStretchAndRateBelowOneIsNoted) {
+  PlayOptions options;
+  options.seekAt = {{5.0, 1.0}};
+  options.rate = 0.5;
+  std::string err;
+  ASSERT_EQ(Play(options, &err), kExitOk);
+  EXPECT_NE(err.find("refuses a rate of 0.5"), std::string::npos) << err;
+  EXPECT_EQ(err.find("ended before"), std::string::npos) << "the seek happened: " << err;
+  const auto written = std::filesystem::file_size(m_Out) / kPacket;
+  EXPECT_GT(written, m_Packets - m_Headers.front()) << "a stretch was played twice";
+}
+
+TEST(PlaySeekOptions, SeekAtTakesTwoTimes) {
+  std::pair<double, double> seek;
+  EXPECT_TRUE(ParseSeekAt("5:1.5", &seek));
+  EXPECT_DOUBLE_EQ(seek.first, 5.0);
+  EXPECT_DOUBLE_EQ(seek.second, 1.5);
+  for (const char* bad : {"5", ":1", "5:", "a:b", "-1:2", "1:2x"}) EXPECT_FALSE(ParseSeekAt(bad, &seek)) << bad;
+}
+
+}  // namespace
