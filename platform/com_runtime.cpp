@@ -145,7 +145,8 @@ HRESULT LoadModule(const std::string& path, Module** out) {
   auto module = std::make_unique<Module>();
   module->handle = handle;
   module->instance = InstanceOfHandle(handle);
-  module->getClassObject = reinterpret_cast<LPFNGETCLASSOBJECT>(::dlsym(handle, "DllGetClassObject"));
+  module->getClassObject =
+      reinterpret_cast<LPFNGETCLASSOBJECT>(::dlsym(handle, "DllGetClassObject"));
   module->canUnloadNow = reinterpret_cast<LPFNCANUNLOADNOW>(::dlsym(handle, "DllCanUnloadNow"));
   const auto dllMain = reinterpret_cast<LPFNDLLMAIN>(::dlsym(handle, "DllMain"));
   if (dllMain != nullptr && !dllMain(module->instance, DLL_PROCESS_ATTACH, nullptr)) {
@@ -209,7 +210,8 @@ bool ServerFromRegistry(REFCLSID clsid, std::string* path) {
     std::vector<BYTE> data(size);
     status = RegQueryValueExA(key, nullptr, nullptr, &type, data.data(), &size);
     if (status == ERROR_SUCCESS) {
-      value.assign(reinterpret_cast<const char*>(data.data()), ::strnlen(reinterpret_cast<const char*>(data.data()), size));
+      value.assign(reinterpret_cast<const char*>(data.data()),
+                   ::strnlen(reinterpret_cast<const char*>(data.data()), size));
     }
   }
   RegCloseKey(key);
@@ -280,11 +282,13 @@ HRESULT CoGetClassObject(REFCLSID clsid, DWORD clsContext, void*, REFIID riid, v
   return ClassObjectFromModule(path, clsid, riid, ppv);
 }
 
-HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD clsContext, REFIID riid, void** ppv) {
+HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD clsContext, REFIID riid,
+                         void** ppv) {
   if (ppv == nullptr) return E_INVALIDARG;
   *ppv = nullptr;
   ComPtr<IClassFactory> factory;
-  const HRESULT hr = CoGetClassObject(clsid, clsContext, nullptr, IID_IClassFactory, factory.PutVoid());
+  const HRESULT hr =
+      CoGetClassObject(clsid, clsContext, nullptr, IID_IClassFactory, factory.PutVoid());
   if (FAILED(hr)) return hr;
   if (!factory) return E_UNEXPECTED;
   return factory->CreateInstance(outer, riid, ppv);

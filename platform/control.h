@@ -24,8 +24,7 @@ inline constexpr IID IID_IDispatch =
 struct IDispatch : public IUnknown {
   STDMETHOD(GetTypeInfoCount)(UINT* count) PURE;
   STDMETHOD(GetTypeInfo)(UINT index, LCID locale, ITypeInfo** info) PURE;
-  STDMETHOD(GetIDsOfNames)(REFIID riid, WCHAR** names, UINT count, LCID locale,
-                           DISPID* ids) PURE;
+  STDMETHOD(GetIDsOfNames)(REFIID riid, WCHAR** names, UINT count, LCID locale, DISPID* ids) PURE;
   STDMETHOD(Invoke)(DISPID id, REFIID riid, LCID locale, WORD flags, DISPPARAMS* params,
                     VARIANT* result, EXCEPINFO* exception, UINT* argumentError) PURE;
 

@@ -65,8 +65,7 @@ void CGraphEventQueue::EndStreaming() {
   m_Changed.notify_all();
 }
 
-HRESULT CGraphEventQueue::GetEvent(LONG* code, LONG_PTR* param1, LONG_PTR* param2,
-                                   LONG timeoutMs) {
+HRESULT CGraphEventQueue::GetEvent(LONG* code, LONG_PTR* param1, LONG_PTR* param2, LONG timeoutMs) {
   if (code == nullptr || param1 == nullptr || param2 == nullptr) return E_POINTER;
   *code = 0;
   *param1 = 0;

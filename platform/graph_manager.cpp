@@ -12,15 +12,18 @@
 #include "platform/reference_clock.h"
 #include "platform/strmif.h"
 
-// Locks:
-//   m_Lock (recursive) serialises everything the host does to the graph and
-//   is held while the graph calls into its filters. Filters call back on the
-//   same thread (a source's SetSyncSource lists the graph's filters and sets
-//   the graph's clock; a source may add a filter while it joins), so the
-//   list is never iterated across such a call: loops run over copies.
-//   The event queue has its own lock, the only one that IMediaEventSink
-//   takes, so a worker thread can report while the host thread holds m_Lock
-//   and waits for that worker inside a filter's Stop.
+// Locks, in the order they may be taken:
+//   m_ControlLock (recursive) makes the state changes of IMediaControl and
+//   the final release one at a time, and is held while they call into the
+//   filters. Only those take it: filters call back into the graph from
+//   under their own locks (a source's SetSyncSource lists the filters and
+//   sets the graph's clock while it holds its filter lock; a source adds a
+//   filter while it joins), so nothing they call may wait for it.
+//   m_DataLock guards the fields and is never held while calling out, so
+//   the graph holds no lock at all across JoinFilterGraph, SetSyncSource,
+//   Connect or seeking calls; loops over the filters run over copies.
+//   The event queue's lock is the only one IMediaEventSink takes, so a
+//   worker thread can report while the host thread waits for it in Stop.
 
 namespace platform_internal {
 
@@ -146,7 +149,7 @@ class CFilterGraph final : public IGraphBuilder,
   }
   // Filters cue up in Pause, so pausing and stopping again is all it takes.
   STDMETHODIMP StopWhenReady() override {
-    std::lock_guard<std::recursive_mutex> guard(m_Lock);
+    std::lock_guard<std::recursive_mutex> guard(m_ControlLock);
     const HRESULT hr = Pause();
     if (FAILED(hr)) return hr;
     return Stop();
@@ -191,8 +194,7 @@ class CFilterGraph final : public IGraphBuilder,
   STDMETHODIMP SetSyncSource(IReferenceClock* clock) override;
   STDMETHODIMP GetSyncSource(IReferenceClock** clock) override {
     if (clock == nullptr) return E_POINTER;
-    std::lock_guard<std::recursive_mutex> guard(m_Lock);
-    *clock = ComPtr<IReferenceClock>(m_Clock).Detach();
+    *clock = CurrentClock().Detach();
     return S_OK;
   }
 
@@ -235,9 +237,8 @@ class CFilterGraph final : public IGraphBuilder,
   }
   STDMETHODIMP SetPositions(LONGLONG* current, DWORD currentFlags, LONGLONG* stop,
                             DWORD stopFlags) override {
-    return Seek([&](IMediaSeeking* s) {
-      return s->SetPositions(current, currentFlags, stop, stopFlags);
-    });
+    return Seek(
+        [&](IMediaSeeking* s) { return s->SetPositions(current, currentFlags, stop, stopFlags); });
   }
   STDMETHODIMP GetPositions(LONGLONG* current, LONGLONG* stop) override {
     return Seek([&](IMediaSeeking* s) { return s->GetPositions(current, stop); });
@@ -265,16 +266,18 @@ class CFilterGraph final : public IGraphBuilder,
   HRESULT StateOfGraph(DWORD timeoutMs, FILTER_STATE* state);
   std::wstring UniqueNameLocked(LPCWSTR wanted, bool* renamed) const;
   FilterEntry* FindLocked(IUnknown* identity);
-  std::vector<ComPtr<IBaseFilter>> FiltersLocked() const;
-  std::vector<ComPtr<IBaseFilter>> DownstreamFirstLocked();
-  int RenderersToHearFromLocked();
-  REFERENCE_TIME ClockTimeLocked();
+  std::vector<ComPtr<IBaseFilter>> Filters();
+  bool InGraph(IBaseFilter* filter);
+  FILTER_STATE State();
+  ComPtr<IReferenceClock> CurrentClock();
+  REFERENCE_TIME ClockTime();
+  std::vector<ComPtr<IBaseFilter>> DownstreamFirst();
+  int RenderersToHearFrom();
   static void DisconnectPins(IBaseFilter* filter);
 
   template <class Call>
   HRESULT Seek(Call call) {
-    std::lock_guard<std::recursive_mutex> guard(m_Lock);
-    for (const ComPtr<IBaseFilter>& filter : FiltersLocked()) {
+    for (const ComPtr<IBaseFilter>& filter : Filters()) {
       if (const auto seeking = Query<IMediaSeeking>(filter.Get(), IID_IMediaSeeking)) {
         return call(seeking.Get());
       }
@@ -282,20 +285,20 @@ class CFilterGraph final : public IGraphBuilder,
     return E_NOTIMPL;
   }
 
-  std::recursive_mutex m_Lock;
-  std::vector<FilterEntry> m_Filters;         // guarded by m_Lock, in the order added
-  FILTER_STATE m_State = State_Stopped;       // guarded by m_Lock
-  ComPtr<IReferenceClock> m_Clock;            // guarded by m_Lock
-  bool m_ClockChosen = false;                 // guarded by m_Lock: SetSyncSource has run
-  unsigned m_ClockGeneration = 0;             // guarded by m_Lock
-  REFERENCE_TIME m_StartTime = 0;             // guarded by m_Lock
-  REFERENCE_TIME m_StreamTimeAtPause = 0;     // guarded by m_Lock
+  std::recursive_mutex m_ControlLock;
+  std::mutex m_DataLock;
+  std::vector<FilterEntry> m_Filters;      // guarded by m_DataLock, in the order added
+  FILTER_STATE m_State = State_Stopped;    // guarded by m_DataLock; changed under m_ControlLock
+  ComPtr<IReferenceClock> m_Clock;         // guarded by m_DataLock
+  bool m_ClockChosen = false;              // guarded by m_DataLock: SetSyncSource has run
+  unsigned m_ClockGeneration = 0;          // guarded by m_DataLock
+  REFERENCE_TIME m_StartTime = 0;          // guarded by m_ControlLock
+  REFERENCE_TIME m_StreamTimeAtPause = 0;  // guarded by m_ControlLock
   CGraphEventQueue m_Events;
   std::atomic<ULONG> m_RefCount{0};
 };
 
 // ---- Filters ----
-
 std::wstring CFilterGraph::UniqueNameLocked(LPCWSTR wanted, bool* renamed) const {
   std::wstring base = wanted != nullptr && wanted[0] != L'\0' ? wanted : L"Filter";
   if (base.size() > kMaxNameLength) base.resize(kMaxNameLength);
@@ -325,27 +328,48 @@ FilterEntry* CFilterGraph::FindLocked(IUnknown* identity) {
   return nullptr;
 }
 
-std::vector<ComPtr<IBaseFilter>> CFilterGraph::FiltersLocked() const {
+std::vector<ComPtr<IBaseFilter>> CFilterGraph::Filters() {
+  std::lock_guard<std::mutex> guard(m_DataLock);
   std::vector<ComPtr<IBaseFilter>> filters;
   filters.reserve(m_Filters.size());
   for (const FilterEntry& entry : m_Filters) filters.push_back(entry.filter);
   return filters;
 }
 
+bool CFilterGraph::InGraph(IBaseFilter* filter) {
+  const ComPtr<IUnknown> identity = IdentityOf(filter);
+  std::lock_guard<std::mutex> guard(m_DataLock);
+  return identity && FindLocked(identity.Get()) != nullptr;
+}
+
+FILTER_STATE CFilterGraph::State() {
+  std::lock_guard<std::mutex> guard(m_DataLock);
+  return m_State;
+}
+
+ComPtr<IReferenceClock> CFilterGraph::CurrentClock() {
+  std::lock_guard<std::mutex> guard(m_DataLock);
+  return m_Clock;
+}
+
 STDMETHODIMP CFilterGraph::AddFilter(IBaseFilter* filter, LPCWSTR name) {
   if (filter == nullptr) return E_POINTER;
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
   const ComPtr<IUnknown> identity = IdentityOf(filter);
   if (!identity) return E_NOINTERFACE;
-  if (FindLocked(identity.Get()) != nullptr) return E_INVALIDARG;
   bool renamed = false;
-  const std::wstring unique = UniqueNameLocked(name, &renamed);
-  if (unique.empty()) return VFW_E_DUPLICATE_NAME;
+  std::wstring unique;
+  {
+    std::lock_guard<std::mutex> guard(m_DataLock);
+    if (FindLocked(identity.Get()) != nullptr) return E_INVALIDARG;
+    unique = UniqueNameLocked(name, &renamed);
+    if (unique.empty()) return VFW_E_DUPLICATE_NAME;
+    m_Filters.push_back({ComPtr<IBaseFilter>(filter), identity, unique});
+  }
 
-  m_Filters.push_back({ComPtr<IBaseFilter>(filter), identity, unique});
   const HRESULT joined = filter->JoinFilterGraph(GraphFace(), unique.c_str());
   if (FAILED(joined)) {
-    ComPtr<IBaseFilter> refused;  // released after the list is consistent again
+    ComPtr<IBaseFilter> refused;  // released after the lock
+    std::lock_guard<std::mutex> guard(m_DataLock);
     std::erase_if(m_Filters, [&](FilterEntry& e) {
       if (e.identity.Get() != identity.Get()) return false;
       refused = std::move(e.filter);
@@ -356,12 +380,13 @@ STDMETHODIMP CFilterGraph::AddFilter(IBaseFilter* filter, LPCWSTR name) {
 
   if (const auto flags = Query<IAMFilterMiscFlags>(filter, IID_IAMFilterMiscFlags)) {
     const ULONG misc = flags->GetMiscFlags();
+    std::lock_guard<std::mutex> guard(m_DataLock);
     if (FilterEntry* entry = FindLocked(identity.Get())) {
       entry->flagsAnswered = true;
       entry->flaggedRenderer = (misc & AM_FILTER_MISC_FLAGS_IS_RENDERER) != 0;
     }
   }
-  if (m_Clock) filter->SetSyncSource(m_Clock.Get());
+  if (const ComPtr<IReferenceClock> clock = CurrentClock()) filter->SetSyncSource(clock.Get());
   return renamed ? VFW_S_DUPLICATE_NAME : S_OK;
 }
 
@@ -376,22 +401,38 @@ void CFilterGraph::DisconnectPins(IBaseFilter* filter) {
 
 STDMETHODIMP CFilterGraph::RemoveFilter(IBaseFilter* filter) {
   if (filter == nullptr) return E_POINTER;
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
   const ComPtr<IUnknown> identity = IdentityOf(filter);
-  FilterEntry* entry = FindLocked(identity.Get());
-  if (entry == nullptr) return VFW_E_NOT_FOUND;
-  const ComPtr<IBaseFilter> held = entry->filter;
-  std::erase_if(m_Filters, [&](const FilterEntry& e) { return e.identity.Get() == identity.Get(); });
-  if (m_State != State_Stopped) held->Stop();
+  ComPtr<IBaseFilter> held;
+  bool wasClock = false;
+  FILTER_STATE state = State_Stopped;
+  {
+    std::lock_guard<std::mutex> guard(m_DataLock);
+    FilterEntry* entry = FindLocked(identity.Get());
+    if (entry == nullptr) return VFW_E_NOT_FOUND;
+    held = std::move(entry->filter);
+    std::erase_if(m_Filters,
+                  [&](const FilterEntry& e) { return e.identity.Get() == identity.Get(); });
+    state = m_State;
+    wasClock = m_Clock && IdentityOf(m_Clock.Get()).Get() == identity.Get();
+  }
+  if (state != State_Stopped) held->Stop();
   DisconnectPins(held.Get());
+  // A filter that is its own clock holds itself through it; dropping the
+  // clock breaks that loop. Without its clock, the graph picks another at
+  // the next pause out of stopped.
+  held->SetSyncSource(nullptr);
+  if (wasClock) {
+    SetSyncSource(nullptr);
+    std::lock_guard<std::mutex> guard(m_DataLock);
+    m_ClockChosen = false;
+  }
   held->JoinFilterGraph(nullptr, nullptr);
   return S_OK;
 }
 
 STDMETHODIMP CFilterGraph::EnumFilters(IEnumFilters** filters) {
   if (filters == nullptr) return E_POINTER;
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
-  auto* created = new CEnumSnapshot<IEnumFilters, IBaseFilter>(IID_IEnumFilters, FiltersLocked());
+  auto* created = new CEnumSnapshot<IEnumFilters, IBaseFilter>(IID_IEnumFilters, Filters());
   created->AddRef();
   *filters = created;
   return S_OK;
@@ -400,7 +441,7 @@ STDMETHODIMP CFilterGraph::EnumFilters(IEnumFilters** filters) {
 STDMETHODIMP CFilterGraph::FindFilterByName(LPCWSTR name, IBaseFilter** filter) {
   if (name == nullptr || filter == nullptr) return E_POINTER;
   *filter = nullptr;
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
+  std::lock_guard<std::mutex> guard(m_DataLock);
   for (const FilterEntry& entry : m_Filters) {
     if (entry.name == name) {
       *filter = ComPtr<IBaseFilter>(entry.filter).Detach();
@@ -414,11 +455,9 @@ STDMETHODIMP CFilterGraph::FindFilterByName(LPCWSTR name, IBaseFilter** filter) 
 
 STDMETHODIMP CFilterGraph::ConnectDirect(IPin* output, IPin* input, const AM_MEDIA_TYPE* type) {
   if (output == nullptr || input == nullptr) return E_POINTER;
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
-  if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;
+  if (State() != State_Stopped) return VFW_E_NOT_STOPPED;
   for (IPin* pin : {output, input}) {
-    const ComPtr<IBaseFilter> owner = OwnerOf(pin);
-    if (!owner || FindLocked(IdentityOf(owner.Get()).Get()) == nullptr) return VFW_E_NOT_IN_GRAPH;
+    if (!InGraph(OwnerOf(pin).Get())) return VFW_E_NOT_IN_GRAPH;
   }
   if (!IsOutputPin(output) || IsOutputPin(input)) return VFW_E_INVALID_DIRECTION;
   // The output pin drives the connection, as the platform's pins expect.
@@ -427,8 +466,7 @@ STDMETHODIMP CFilterGraph::ConnectDirect(IPin* output, IPin* input, const AM_MED
 
 STDMETHODIMP CFilterGraph::Reconnect(IPin* pin) {
   if (pin == nullptr) return E_POINTER;
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
-  if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;
+  if (State() != State_Stopped) return VFW_E_NOT_STOPPED;
   const ComPtr<IPin> peer = PeerOf(pin);
   if (!peer) return VFW_E_NOT_CONNECTED;
   AM_MEDIA_TYPE type{};
@@ -446,16 +484,14 @@ STDMETHODIMP CFilterGraph::Reconnect(IPin* pin) {
 
 STDMETHODIMP CFilterGraph::Disconnect(IPin* pin) {
   if (pin == nullptr) return E_POINTER;
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
   return pin->Disconnect();
 }
 
 // ---- Clock ----
 
 STDMETHODIMP CFilterGraph::SetDefaultSyncSource() {
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
   ComPtr<IReferenceClock> clock;
-  for (const ComPtr<IBaseFilter>& filter : FiltersLocked()) {
+  for (const ComPtr<IBaseFilter>& filter : Filters()) {
     clock = Query<IReferenceClock>(filter.Get(), IID_IReferenceClock);
     if (clock) break;
   }
@@ -467,22 +503,29 @@ STDMETHODIMP CFilterGraph::SetDefaultSyncSource() {
 }
 
 STDMETHODIMP CFilterGraph::SetSyncSource(IReferenceClock* clock) {
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
-  m_Clock = clock;
-  m_ClockChosen = true;
-  const unsigned generation = ++m_ClockGeneration;
-  for (const ComPtr<IBaseFilter>& filter : FiltersLocked()) {
+  ComPtr<IReferenceClock> previous;  // released after the lock
+  unsigned generation = 0;
+  {
+    std::lock_guard<std::mutex> guard(m_DataLock);
+    previous = std::move(m_Clock);
+    m_Clock = clock;
+    m_ClockChosen = true;
+    generation = ++m_ClockGeneration;
+  }
+  for (const ComPtr<IBaseFilter>& filter : Filters()) {
     filter->SetSyncSource(clock);
     // A filter that chose another clock from inside this call has given it
     // to every filter already; going on would hand out the old one.
+    std::lock_guard<std::mutex> guard(m_DataLock);
     if (m_ClockGeneration != generation) break;
   }
   return S_OK;
 }
 
-REFERENCE_TIME CFilterGraph::ClockTimeLocked() {
+REFERENCE_TIME CFilterGraph::ClockTime() {
   REFERENCE_TIME now = 0;
-  if (m_Clock && FAILED(m_Clock->GetTime(&now))) now = 0;
+  const ComPtr<IReferenceClock> clock = CurrentClock();
+  if (clock && FAILED(clock->GetTime(&now))) now = 0;
   return now;
 }
 
@@ -490,8 +533,8 @@ REFERENCE_TIME CFilterGraph::ClockTimeLocked() {
 
 // Post-order over the output connections, so every filter comes after all
 // the filters it feeds; filters that nothing connects keep their order.
-std::vector<ComPtr<IBaseFilter>> CFilterGraph::DownstreamFirstLocked() {
-  const std::vector<ComPtr<IBaseFilter>> filters = FiltersLocked();
+std::vector<ComPtr<IBaseFilter>> CFilterGraph::DownstreamFirst() {
+  const std::vector<ComPtr<IBaseFilter>> filters = Filters();
   std::vector<ComPtr<IUnknown>> identities;
   for (const ComPtr<IBaseFilter>& filter : filters) identities.push_back(IdentityOf(filter.Get()));
   std::vector<bool> visited(filters.size(), false);
@@ -519,9 +562,14 @@ std::vector<ComPtr<IBaseFilter>> CFilterGraph::DownstreamFirstLocked() {
   return order;
 }
 
-int CFilterGraph::RenderersToHearFromLocked() {
+int CFilterGraph::RenderersToHearFrom() {
+  std::vector<FilterEntry> entries;
+  {
+    std::lock_guard<std::mutex> guard(m_DataLock);
+    entries = m_Filters;
+  }
   int renderers = 0;
-  for (const FilterEntry& entry : std::vector<FilterEntry>(m_Filters)) {
+  for (const FilterEntry& entry : entries) {
     bool hasInput = false;
     bool hasOutput = false;
     bool inputConnected = false;
@@ -540,24 +588,29 @@ int CFilterGraph::RenderersToHearFromLocked() {
 }
 
 STDMETHODIMP CFilterGraph::Pause() {
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
-  if (m_State == State_Paused) return S_OK;
-  const bool fromStopped = m_State == State_Stopped;
-  if (fromStopped) {
-    if (!m_ClockChosen) {
+  std::lock_guard<std::recursive_mutex> control(m_ControlLock);
+  const FILTER_STATE from = State();
+  if (from == State_Paused) return S_OK;
+  if (from == State_Stopped) {
+    bool chosen = false;
+    {
+      std::lock_guard<std::mutex> guard(m_DataLock);
+      chosen = m_ClockChosen;
+    }
+    if (!chosen) {
       const HRESULT hr = SetDefaultSyncSource();
       if (FAILED(hr)) return hr;
     }
-    m_Events.BeginStreaming(RenderersToHearFromLocked());
+    m_Events.BeginStreaming(RenderersToHearFrom());
   } else {
-    m_StreamTimeAtPause = ClockTimeLocked() - m_StartTime;
+    m_StreamTimeAtPause = ClockTime() - m_StartTime;
   }
-  const std::vector<ComPtr<IBaseFilter>> order = DownstreamFirstLocked();
+  const std::vector<ComPtr<IBaseFilter>> order = DownstreamFirst();
   HRESULT result = S_OK;
   for (const ComPtr<IBaseFilter>& filter : order) {
     const HRESULT hr = filter->Pause();
     if (FAILED(hr)) {
-      if (fromStopped) {
+      if (from == State_Stopped) {
         m_Events.EndStreaming();
         for (const ComPtr<IBaseFilter>& f : order) f->Stop();
         return hr;
@@ -567,50 +620,53 @@ STDMETHODIMP CFilterGraph::Pause() {
       result = hr;  // a filter still on its way: S_FALSE
     }
   }
+  if (from == State_Stopped) m_StreamTimeAtPause = 0;
+  std::lock_guard<std::mutex> guard(m_DataLock);
   m_State = State_Paused;
-  if (fromStopped) m_StreamTimeAtPause = 0;
   return result;
 }
 
 HRESULT CFilterGraph::RunFrom(const REFERENCE_TIME* start) {
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
-  if (m_State == State_Running) return S_OK;
-  if (m_State == State_Stopped) {
+  std::lock_guard<std::recursive_mutex> control(m_ControlLock);
+  const FILTER_STATE from = State();
+  if (from == State_Running) return S_OK;
+  if (from == State_Stopped) {
     const HRESULT hr = Pause();
     if (FAILED(hr)) return hr;
   }
   // Resuming goes on at the stream time where the pause left it.
-  m_StartTime = start != nullptr ? *start : ClockTimeLocked() - m_StreamTimeAtPause;
+  m_StartTime = start != nullptr ? *start : ClockTime() - m_StreamTimeAtPause;
   HRESULT result = S_OK;
-  for (const ComPtr<IBaseFilter>& filter : DownstreamFirstLocked()) {
+  for (const ComPtr<IBaseFilter>& filter : DownstreamFirst()) {
     const HRESULT hr = filter->Run(m_StartTime);
     if (FAILED(hr) && SUCCEEDED(result)) result = hr;
   }
+  std::lock_guard<std::mutex> guard(m_DataLock);
   m_State = State_Running;
   return result;
 }
 
 STDMETHODIMP CFilterGraph::Stop() {
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
+  std::lock_guard<std::recursive_mutex> control(m_ControlLock);
   // The queue forgets completion first, so a renderer that finishes while
   // the filters stop does not complete the next run.
   m_Events.EndStreaming();
-  if (m_State == State_Stopped) return S_OK;
+  if (State() == State_Stopped) return S_OK;
   HRESULT result = S_OK;
-  for (const ComPtr<IBaseFilter>& filter : DownstreamFirstLocked()) {
+  for (const ComPtr<IBaseFilter>& filter : DownstreamFirst()) {
     const HRESULT hr = filter->Stop();
     if (FAILED(hr) && SUCCEEDED(result)) result = hr;
   }
-  m_State = State_Stopped;
   m_StreamTimeAtPause = 0;
+  std::lock_guard<std::mutex> guard(m_DataLock);
+  m_State = State_Stopped;
   return result;
 }
 
 HRESULT CFilterGraph::StateOfGraph(DWORD timeoutMs, FILTER_STATE* state) {
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
-  *state = m_State;
+  *state = State();
   HRESULT result = S_OK;
-  for (const ComPtr<IBaseFilter>& filter : FiltersLocked()) {
+  for (const ComPtr<IBaseFilter>& filter : Filters()) {
     FILTER_STATE filterState = State_Stopped;
     if (filter->GetState(timeoutMs, &filterState) == VFW_S_STATE_INTERMEDIATE) {
       result = VFW_S_STATE_INTERMEDIATE;
@@ -620,17 +676,25 @@ HRESULT CFilterGraph::StateOfGraph(DWORD timeoutMs, FILTER_STATE* state) {
 }
 
 void CFilterGraph::Teardown() {
-  std::lock_guard<std::recursive_mutex> guard(m_Lock);
+  std::lock_guard<std::recursive_mutex> control(m_ControlLock);
   Stop();
   // Connected pins hold each other, so disconnecting is what lets the
   // filters go; the last added goes first.
-  while (!m_Filters.empty()) {
-    const ComPtr<IBaseFilter> filter = m_Filters.back().filter;
-    m_Filters.pop_back();
+  for (;;) {
+    ComPtr<IBaseFilter> filter;
+    {
+      std::lock_guard<std::mutex> guard(m_DataLock);
+      if (m_Filters.empty()) break;
+      filter = std::move(m_Filters.back().filter);
+      m_Filters.pop_back();
+    }
     DisconnectPins(filter.Get());
+    filter->SetSyncSource(nullptr);
     filter->JoinFilterGraph(nullptr, nullptr);
   }
-  m_Clock = nullptr;
+  ComPtr<IReferenceClock> clock;
+  std::lock_guard<std::mutex> guard(m_DataLock);
+  clock = std::move(m_Clock);
 }
 
 }  // namespace

@@ -31,15 +31,18 @@ class CSystemClock final : public IReferenceClock {
   STDMETHODIMP GetTime(REFERENCE_TIME* time) override {
     if (time == nullptr) return E_POINTER;
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    *time = std::chrono::duration_cast<std::chrono::duration<REFERENCE_TIME, std::ratio<1, 10000000>>>(now)
-                .count();
+    *time =
+        std::chrono::duration_cast<std::chrono::duration<REFERENCE_TIME, std::ratio<1, 10000000>>>(
+            now)
+            .count();
     return S_OK;
   }
   STDMETHODIMP AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR* cookie) override {
     if (cookie != nullptr) *cookie = 0;
     return E_NOTIMPL;
   }
-  STDMETHODIMP AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR* cookie) override {
+  STDMETHODIMP AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE,
+                              DWORD_PTR* cookie) override {
     if (cookie != nullptr) *cookie = 0;
     return E_NOTIMPL;
   }

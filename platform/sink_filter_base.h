@@ -114,19 +114,19 @@ class CSinkFilter : public IBaseFilter, public IAMFilterMiscFlags, public IStrea
   CSinkInputPin m_Pin{this};
   std::condition_variable m_Wake;  // a stop or a flush ends the sample delay
 
-  ComPtr<IReferenceClock> m_Clock;        // guarded by m_Lock
-  IFilterGraph* m_Graph = nullptr;        // guarded by m_Lock; the graph holds us, not we it
+  ComPtr<IReferenceClock> m_Clock;         // guarded by m_Lock
+  IFilterGraph* m_Graph = nullptr;         // guarded by m_Lock; the graph holds us, not we it
   IMediaEventSink* m_EventSink = nullptr;  // guarded by m_Lock; same
-  std::wstring m_Name;                    // guarded by m_Lock
-  ComPtr<IPin> m_Peer;                    // guarded by m_Lock
-  AM_MEDIA_TYPE m_ConnectionType{};       // guarded by m_Lock; owns its format block
-  bool m_AcceptAny = false;               // guarded by m_Lock
-  bool m_Flushing = false;                // guarded by m_Lock
-  bool m_CompletionSent = false;          // guarded by m_Lock
-  HRESULT m_WriteFailure = S_OK;          // guarded by m_Lock
-  REFERENCE_TIME m_SegmentStart = 0;      // guarded by m_Lock
-  REFERENCE_TIME m_SegmentStop = 0;       // guarded by m_Lock
-  double m_SegmentRate = 0.0;             // guarded by m_Lock
+  std::wstring m_Name;                     // guarded by m_Lock
+  ComPtr<IPin> m_Peer;                     // guarded by m_Lock
+  AM_MEDIA_TYPE m_ConnectionType{};        // guarded by m_Lock; owns its format block
+  bool m_AcceptAny = false;                // guarded by m_Lock
+  bool m_Flushing = false;                 // guarded by m_Lock
+  bool m_CompletionSent = false;           // guarded by m_Lock
+  HRESULT m_WriteFailure = S_OK;           // guarded by m_Lock
+  REFERENCE_TIME m_SegmentStart = 0;       // guarded by m_Lock
+  REFERENCE_TIME m_SegmentStop = 0;        // guarded by m_Lock
+  double m_SegmentRate = 0.0;              // guarded by m_Lock
 
   std::atomic<DWORD> m_DelayMicroseconds{0};
   std::atomic<LONGLONG> m_Samples{0};

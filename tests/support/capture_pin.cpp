@@ -101,10 +101,10 @@ STDMETHODIMP CapturePin::QueryDirection(PIN_DIRECTION* direction) {
 }
 
 STDMETHODIMP CapturePin::EndOfStream() {
-  {
-    std::lock_guard<std::mutex> lock(m_Lock);
-    ++m_EndOfStreams;
-  }
+  // Signalled under the lock, so that a waiter that wakes cannot end the
+  // test, and the pin, while the signal is still being given.
+  std::lock_guard<std::mutex> lock(m_Lock);
+  ++m_EndOfStreams;
   m_Changed.notify_all();
   return S_OK;
 }
@@ -144,8 +144,8 @@ STDMETHODIMP CapturePin::Receive(IMediaSample* sample) {
       sample->AddRef();
       m_Held.push_back(sample);
     }
+    m_Changed.notify_all();
   }
-  m_Changed.notify_all();
   return m_ReceiveResult;
 }
 
