@@ -68,6 +68,9 @@ HRESULT CTsOutputPin::CheckConnect(IPin* peer) {
     if (FAILED(hr)) {
       info.pFilter->Release();
       if (m_TsFilter->PrefDemuxValue() != 1) hr = S_OK;
+    } else if (!m_TsFilter->HoldsDemux()) {
+      // The pins stood from an earlier wiring: nothing holds the peer now.
+      info.pFilter->Release();
     }
     if (FAILED(hr)) return hr;
   }

@@ -206,18 +206,6 @@ bool CTsSourceFilter::HoldsDemux() {
   return m_DemuxFilter != nullptr;
 }
 
-HRESULT CTsSourceFilter::WireDemux(IBaseFilter* peer) {
-  CAutoLock lock(&m_FilterLock);
-  // The demultiplexer's own interface is what the wiring works through.
-  IUnknown* demux = nullptr;
-  const HRESULT hr = peer->QueryInterface(IID_IMpeg2Demultiplexer, reinterpret_cast<void**>(&demux));
-  if (FAILED(hr)) return hr;
-  demux->Release();
-  if (!m_Tracks.ready) return E_FAIL;
-  m_DemuxFilter = peer;
-  return S_OK;
-}
-
 void CTsSourceFilter::ReleaseDemux() {
   CAutoLock lock(&m_FilterLock);
   if (m_DemuxFilter != nullptr) m_DemuxFilter->Release();
@@ -234,19 +222,7 @@ void CTsSourceFilter::SetStreamLimit(std::uint64_t bytes) {
   m_File.SetStreamLimit(bytes);
 }
 
-// ---- Audio streams and pages, filled in by later work ---------------------
-
-STDMETHODIMP CTsSourceFilter::Count(DWORD* streams) {
-  if (streams == nullptr) return E_POINTER;
-  *streams = 0;
-  return S_OK;
-}
-
-STDMETHODIMP CTsSourceFilter::Info(LONG, AM_MEDIA_TYPE**, DWORD*, LCID*, DWORD*, LPWSTR*, IUnknown**, IUnknown**) {
-  return S_FALSE;
-}
-
-STDMETHODIMP CTsSourceFilter::Enable(LONG, DWORD) { return E_INVALIDARG; }
+// ---- Pages, filled in by later work --------------------------------------
 
 STDMETHODIMP CTsSourceFilter::GetPages(CAUUID* pages) {
   if (pages == nullptr) return E_POINTER;

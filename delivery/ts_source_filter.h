@@ -116,8 +116,11 @@ class CTsSourceFilter : public CSource,
   std::uint64_t StreamBytes() { return GetStreamSize(); }
   void SetStreamLimit(std::uint64_t bytes);
   bool HoldsDemux();
-  // Wires the demultiplexer `peer` and keeps its reference on success.
+  // Makes the demultiplexer's pins and maps the chosen PIDs; keeps the
+  // reference to `peer` once the pins stand.
   HRESULT WireDemux(IBaseFilter* peer);
+  // Maps the video PID and `track`'s PID on the demultiplexer's pins.
+  HRESULT MapPids(const AudioTrack* track, std::uint16_t videoPid);
   void ReleaseDemux();
   HRESULT RegisterFilterInRot();
   void RevokeFilterFromRot();

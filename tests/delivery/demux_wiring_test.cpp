@@ -1,0 +1,290 @@
+// The wiring of a demultiplexer and the switch of audio tracks, against a
+// demultiplexer that records what it is asked.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+#include "control/settings_store.h"
+#include "platform/codepage.h"
+#include "platform/com_memory.h"
+#include "platform/mpeg2_demux.h"
+#include "platform/messages.h"
+#include "tests/delivery/filter_probe.h"
+#include "tests/support/scoped_registry.h"
+#include "tests/support/ts_writer.h"
+
+namespace {
+
+using tsw::Bytes;
+
+// A pin of the fake: only its PID map does anything.
+class FakePin final : public IPin, public IMPEG2PIDMap {
+ public:
+  explicit FakePin(GUID type) : subtype(type) {}
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    if (riid == IID_IUnknown || riid == IID_IPin) {
+      *ppv = static_cast<IPin*>(this);
+    } else if (riid == IID_IMPEG2PIDMap && hasMap) {
+      *ppv = static_cast<IMPEG2PIDMap*>(this);
+    } else {
+      *ppv = nullptr;
+      return E_NOINTERFACE;
+    }
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+  STDMETHODIMP_(ULONG) Release() override { return 1; }
+  STDMETHODIMP Connect(IPin*, const AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
+  STDMETHODIMP ReceiveConnection(IPin*, const AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
+  STDMETHODIMP Disconnect() override { return S_FALSE; }
+  STDMETHODIMP ConnectedTo(IPin**) override { return VFW_E_NOT_CONNECTED; }
+  STDMETHODIMP ConnectionMediaType(AM_MEDIA_TYPE*) override { return VFW_E_NOT_CONNECTED; }
+  STDMETHODIMP QueryPinInfo(PIN_INFO*) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryDirection(PIN_DIRECTION* d) override {
+    *d = PINDIR_OUTPUT;
+    return S_OK;
+  }
+  STDMETHODIMP QueryId(LPWSTR*) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryAccept(const AM_MEDIA_TYPE*) override { return S_FALSE; }
+  STDMETHODIMP EnumMediaTypes(IEnumMediaTypes**) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryInternalConnections(IPin**, ULONG*) override { return E_NOTIMPL; }
+  STDMETHODIMP EndOfStream() override { return S_OK; }
+  STDMETHODIMP BeginFlush() override { return S_OK; }
+  STDMETHODIMP EndFlush() override { return S_OK; }
+  STDMETHODIMP NewSegment(REFERENCE_TIME, REFERENCE_TIME, double) override { return S_OK; }
+  STDMETHODIMP MapPID(ULONG count, ULONG* pids, MEDIA_SAMPLE_CONTENT content) override {
+    for (ULONG i = 0; i < count; ++i) log.push_back("map " + std::to_string(pids[i]) + (content == MEDIA_ELEMENTARY_STREAM ? " es" : " ?"));
+    return S_OK;
+  }
+  STDMETHODIMP UnmapPID(ULONG count, ULONG* pids) override {
+    for (ULONG i = 0; i < count; ++i) log.push_back("unmap " + std::to_string(pids[i]));
+    return S_OK;
+  }
+  STDMETHODIMP EnumPIDMap(IEnumPIDMap**) override { return E_NOTIMPL; }
+
+  GUID subtype;
+  bool hasMap = true;
+  std::vector<std::string> log;
+};
+
+class FakeDemux final : public IBaseFilter, public IMpeg2Demultiplexer {
+ public:
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    if (riid == IID_IUnknown || riid == IID_IBaseFilter) {
+      *ppv = static_cast<IBaseFilter*>(this);
+    } else if (riid == IID_IMpeg2Demultiplexer) {
+      *ppv = static_cast<IMpeg2Demultiplexer*>(this);
+    } else {
+      *ppv = nullptr;
+      return E_NOINTERFACE;
+    }
+    AddRef();
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++references); }
+  STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--references); }
+  STDMETHODIMP GetClassID(CLSID*) override { return E_NOTIMPL; }
+  STDMETHODIMP Stop() override { return S_OK; }
+  STDMETHODIMP Pause() override { return S_OK; }
+  STDMETHODIMP Run(REFERENCE_TIME) override { return S_OK; }
+  STDMETHODIMP GetState(DWORD, FILTER_STATE*) override { return E_NOTIMPL; }
+  STDMETHODIMP SetSyncSource(IReferenceClock*) override { return S_OK; }
+  STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
+  STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
+  STDMETHODIMP FindPin(LPCWSTR id, IPin** pin) override {
+    auto it = pins.find(id);
+    if (it == pins.end()) {
+      *pin = nullptr;
+      return VFW_E_NOT_FOUND;
+    }
+    *pin = it->second.get();
+    return S_OK;
+  }
+  STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
+  STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
+  STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
+  STDMETHODIMP CreateOutputPin(AM_MEDIA_TYPE* type, LPWSTR name, IPin** pin) override {
+    created.push_back(name);
+    if (pins.count(name) != 0) {
+      *pin = nullptr;
+      return VFW_E_DUPLICATE_NAME;
+    }
+    auto made = std::make_unique<FakePin>(type->subtype);
+    *pin = made.get();
+    pins[name] = std::move(made);
+    return S_OK;
+  }
+  STDMETHODIMP SetOutputPinMediaType(LPWSTR, AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
+  STDMETHODIMP DeleteOutputPin(LPWSTR) override { return E_NOTIMPL; }
+
+  FakePin* Pin(const std::wstring& name) { return pins.count(name) ? pins[name].get() : nullptr; }
+  std::atomic<long> references{1};
+  std::map<std::wstring, std::unique_ptr<FakePin>> pins;
+  std::vector<std::wstring> created;
+};
+
+// PAT, PMT with the streams given, and a PES start on each PID so every
+// stream has a census row.
+tsw::TsFile TracksFile(const std::vector<tsw::PmtStream>& streams) {
+  tsw::TsFile file;
+  file.AddSection(0, tsw::PatSection(1, 0, {{1, 0x1000}}));
+  file.AddSection(0x1000, tsw::PmtSection(1, 0, 0x100, streams));
+  for (int round = 0; round < 3; ++round) {
+    for (const auto& stream : streams) {
+      file.Add(tsw::MakePacket(stream.pid, true, tsw::PesHeader(stream.streamType == 2 ? 0xE0 : 0xC0, 90000)));
+    }
+  }
+  file.AddFiller(0x1FFF, 31000);  // enough packets to switch tracks behind packet 30000
+  return file;
+}
+
+tsw::PmtStream Mpeg(std::uint16_t pid, const char* language) { return {3, pid, tsw::LanguageDescriptor(language)}; }
+tsw::PmtStream Ac3(std::uint16_t pid, const char* language) { return {0x81, pid, tsw::LanguageDescriptor(language)}; }
+const tsw::PmtStream kVideoStream{2, 0x100, {}};
+
+class DemuxWiringTest : public ::testing::Test {
+ protected:
+  void Open(const std::vector<tsw::PmtStream>& streams, DWORD ac3, DWORD audio2) {
+    ASSERT_TRUE(WriteSettingDword("AC3", ac3));
+    ASSERT_TRUE(WriteSettingDword("Audio2", audio2));
+    ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);  // reads the settings
+    const auto path = m_Dir.File("w.ts");
+    TracksFile(streams).Write(path);
+    ASSERT_EQ(m_Filter.Load(path), S_OK);
+  }
+  WORD Selected() {
+    WORD count = 0, selected = 0;
+    static_cast<ITsScanReport*>(&*m_Filter)->GetAudioTrackCount(&count, &selected);
+    return selected;
+  }
+  std::string Label(LONG index, DWORD* flags = nullptr) {
+    LPWSTR name = nullptr;
+    EXPECT_EQ(m_Filter->Info(index, nullptr, flags, nullptr, nullptr, &name, nullptr, nullptr), S_OK);
+    std::string text = name != nullptr ? WideToAnsi(name) : "";
+    CoTaskMemFree(name);
+    return text;
+  }
+
+  tsw::ScopedRegistry m_Registry;
+  tsw::TempDir m_Dir;
+  CMessageBoxRecorder m_Messages{IDNO};
+  FilterHolder m_Filter;
+  FakeDemux m_Demux;
+};
+
+struct ChoiceCase {
+  const char* name;
+  std::vector<tsw::PmtStream> audio;
+  DWORD ac3;
+  DWORD audio2;
+  WORD selected;
+  const wchar_t* pin;
+};
+
+class FirstTrackTest : public DemuxWiringTest, public ::testing::WithParamInterface<ChoiceCase> {};
+
+TEST_P(FirstTrackTest, ChoiceByTheSettingsAndThePinByTheKind) {
+  const ChoiceCase& c = GetParam();
+  std::vector<tsw::PmtStream> streams = {kVideoStream};
+  streams.insert(streams.end(), c.audio.begin(), c.audio.end());
+  Open(streams, c.ac3, c.audio2);
+  ASSERT_EQ(m_Filter->WireDemux(&m_Demux), S_OK);
+  EXPECT_EQ(Selected(), c.selected);
+  ASSERT_EQ(m_Demux.created.size(), 2u);
+  EXPECT_EQ(m_Demux.created[0], L"Video");
+  EXPECT_EQ(m_Demux.created[1], c.pin);
+  const std::string mapped = "map " + std::to_string(c.audio[c.selected].pid) + " es";
+  EXPECT_EQ(m_Demux.Pin(c.pin)->log, std::vector<std::string>{mapped});
+  EXPECT_EQ(m_Demux.Pin(L"Video")->log, std::vector<std::string>{"map 256 es"});
+  EXPECT_TRUE(m_Filter->HoldsDemux());
+  m_Filter->ReleaseDemux();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Settings, FirstTrackTest,
+    ::testing::Values(ChoiceCase{"OneTrackWhateverAc3Says", {Ac3(0x101, "eng")}, 0, 0, 0, L"AC3"},
+                      ChoiceCase{"MpegThenAc3WithAc3On", {Mpeg(0x101, "eng"), Ac3(0x102, "deu")}, 1, 0, 1, L"AC3"},
+                      ChoiceCase{"TwoAc3WithAc3Off", {Ac3(0x101, "eng"), Ac3(0x102, "deu")}, 0, 0, 0, L"AC3"},
+                      ChoiceCase{"SecondMpegWithAudio2",
+                                 {Mpeg(0x101, "eng"), Mpeg(0x102, "deu"), Ac3(0x103, "fra")}, 0, 1, 1, L"Audio"},
+                      ChoiceCase{"NeighbourOfAnotherKindStays", {Mpeg(0x101, "eng"), Ac3(0x102, "deu")}, 0, 1, 0,
+                                 L"Audio"}),
+    [](const auto& testInfo) { return std::string(testInfo.param.name); });
+
+TEST_F(DemuxWiringTest, TakenNamesCountAsWiredAndLeaveTheDemultiplexerUnheld) {
+  Open({kVideoStream, Mpeg(0x101, "eng")}, 0, 0);
+  ASSERT_EQ(m_Filter->WireDemux(&m_Demux), S_OK);
+  m_Filter->ReleaseDemux();
+  m_Demux.Pin(L"Audio")->log.clear();
+  EXPECT_EQ(m_Filter->WireDemux(&m_Demux), E_FAIL) << "a taken video name with no pin is a failed video pin";
+  EXPECT_FALSE(m_Filter->HoldsDemux());
+  EXPECT_TRUE(m_Demux.Pin(L"Audio")->log.empty()) << "no map touched";
+}
+
+TEST_F(DemuxWiringTest, NotReadyOrNoDemultiplexerInterface) {
+  FilterHolder unloaded;
+  EXPECT_EQ(unloaded->WireDemux(&m_Demux), E_FAIL);
+  Open({kVideoStream, Mpeg(0x101, "eng")}, 0, 0);
+  struct NoDemux final : public IUnknown {
+    STDMETHODIMP QueryInterface(REFIID, void** ppv) override {
+      *ppv = nullptr;
+      return E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return 1; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+  } plain;
+  EXPECT_EQ(m_Filter->WireDemux(reinterpret_cast<IBaseFilter*>(&plain)), E_NOINTERFACE);
+}
+
+TEST_F(DemuxWiringTest, StreamSelectLabelsSwitchesAndAsksForAChangeOfKind) {
+  Open({kVideoStream, Mpeg(0x101, "eng"), Mpeg(0x102, ""), Ac3(0x103, "deu")}, 0, 0);
+  ASSERT_EQ(m_Filter->WireDemux(&m_Demux), S_OK);
+  DWORD count = 0;
+  ASSERT_EQ(m_Filter->Count(&count), S_OK);
+  EXPECT_EQ(count, 3u);
+  DWORD flags = 9;
+  EXPECT_EQ(Label(0, &flags), "Audio (eng) (MPG) ");
+  EXPECT_EQ(flags, AMSTREAMSELECTINFO_ENABLED);
+  EXPECT_EQ(Label(1, &flags), "Audio Track 1 (MPG) ");
+  EXPECT_EQ(flags, 0u);
+  EXPECT_EQ(Label(2), "Audio (deu) (AC3) ");
+  EXPECT_EQ(m_Filter->Info(3, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), E_INVALIDARG);
+  EXPECT_EQ(m_Filter->Info(0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), S_OK);
+  DWORD group = 0;
+  AM_MEDIA_TYPE* type = nullptr;
+  ASSERT_EQ(m_Filter->Info(2, &type, nullptr, nullptr, &group, nullptr, nullptr, nullptr), S_OK);
+  EXPECT_EQ(group, 0x00648E51u);
+  ASSERT_NE(type, nullptr);
+  EXPECT_EQ(type->subtype, MEDIASUBTYPE_DOLBY_AC3);
+  FreeMediaType(*type);
+  CoTaskMemFree(type);
+
+  EXPECT_EQ(m_Filter->Enable(0, 0), E_NOTIMPL);
+  EXPECT_EQ(m_Filter->Enable(99, AMSTREAMSELECTENABLE_ENABLEALL), E_NOTIMPL);
+  EXPECT_EQ(m_Filter->Enable(1, AMSTREAMSELECTENABLE_ENABLE), E_INVALIDARG) << "before packet 30000";
+  m_Filter->OutputPin()->Engine().CurrentPacket = 30000;
+  auto& audio = m_Demux.Pin(L"Audio")->log;
+  audio.clear();
+  ASSERT_EQ(m_Filter->Enable(1, AMSTREAMSELECTENABLE_ENABLE), S_OK);
+  EXPECT_EQ(audio, (std::vector<std::string>{"unmap 257", "map 258 es"}));
+  EXPECT_EQ(Selected(), 1);
+
+  // A change of kind: the dialog, and E_INVALIDARG whatever the answer.
+  EXPECT_EQ(m_Filter->Enable(2, AMSTREAMSELECTENABLE_ENABLE), E_INVALIDARG);
+  ASSERT_EQ(m_Messages.Count(), 1u);
+  EXPECT_EQ(m_Messages.Calls()[0].caption, "Media Type Change");
+  EXPECT_NE(m_Messages.Calls()[0].text.find("currently in MPEG audio mode"), std::string::npos);
+  EXPECT_EQ(m_Messages.Calls()[0].type, static_cast<UINT>(MB_YESNO));
+  DWORD stored = 7;
+  EXPECT_TRUE(ReadSettingDword("AC3", &stored));
+  EXPECT_EQ(stored, 0u) << "No changes nothing";
+  m_Messages.SetAnswer(IDYES);
+  EXPECT_EQ(m_Filter->Enable(2, AMSTREAMSELECTENABLE_ENABLE), E_INVALIDARG);
+  EXPECT_TRUE(ReadSettingDword("AC3", &stored));
+  EXPECT_EQ(stored, 1u) << "Yes stores the other mode for the next start";
+  EXPECT_EQ(Selected(), 1) << "the track did not change";
+  m_Filter->ReleaseDemux();
+}
+
+}  // namespace
