@@ -1,6 +1,7 @@
 #include "platform/builtin_classes.h"
 
 #include "platform/graph_manager.h"
+#include "platform/mpeg2_demultiplexer.h"
 #include "platform/reference_clock.h"
 #include "platform/sink_filters.h"
 #include "platform/strmif.h"
@@ -11,6 +12,7 @@ std::span<const PlatformClass> PlatformClasses() {
       {CLSID_SystemClock, platform_internal::CreateSystemClock},
       {CLSID_NullRenderer, platform_internal::CreateNullRenderer},
       {CLSID_StreamFileWriter, platform_internal::CreateStreamFileWriter},
+      {CLSID_MPEG2Demultiplexer, platform_internal::CreateMpeg2Demultiplexer},
   };
   return kClasses;
 }

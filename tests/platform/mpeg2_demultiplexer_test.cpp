@@ -1,0 +1,547 @@
+#include "platform/mpeg2_demultiplexer.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/com_memory.h"
+#include "platform/control.h"
+#include "platform/graph_plumbing.h"
+#include "platform/memory_sample.h"
+#include "platform/objbase.h"
+#include "platform/sink_filters.h"
+#include "tests/platform/test_push_source.h"
+#include "tests/support/capture_pin.h"
+#include "tests/support/process.h"
+#include "tests/support/ts_writer.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+ComPtr<IBaseFilter> NewFilter(REFCLSID clsid) {
+  ComPtr<IBaseFilter> filter;
+  EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                             filter.PutVoid()),
+            S_OK);
+  return filter;
+}
+
+AM_MEDIA_TYPE TypeOf(REFGUID major, REFGUID sub) {
+  return AM_MEDIA_TYPE{major, sub, TRUE, FALSE, 0, GUID_NULL, nullptr, 0, nullptr};
+}
+
+ComPtr<IPin> MakePin(IBaseFilter* demux, const wchar_t* name, REFGUID major, REFGUID sub) {
+  const auto control = QueryAs<IMpeg2Demultiplexer>(demux, IID_IMpeg2Demultiplexer);
+  AM_MEDIA_TYPE type = TypeOf(major, sub);
+  ComPtr<IPin> pin;
+  EXPECT_EQ(control->CreateOutputPin(&type, const_cast<LPWSTR>(name), pin.PutAddress()), S_OK);
+  return pin;
+}
+
+HRESULT Map(IPin* pin, std::vector<ULONG> pids, MEDIA_SAMPLE_CONTENT content) {
+  return QueryAs<IMPEG2PIDMap>(pin, IID_IMPEG2PIDMap)
+      ->MapPID(static_cast<ULONG>(pids.size()), pids.data(), content);
+}
+
+std::map<ULONG, MEDIA_SAMPLE_CONTENT> MapOf(IPin* pin) {
+  ComPtr<IEnumPIDMap> maps;
+  EXPECT_EQ(QueryAs<IMPEG2PIDMap>(pin, IID_IMPEG2PIDMap)->EnumPIDMap(maps.PutAddress()), S_OK);
+  std::map<ULONG, MEDIA_SAMPLE_CONTENT> result;
+  PID_MAP entry{};
+  ULONG got = 0;
+  while (maps->Next(1, &entry, &got) == S_OK) result[entry.ulPID] = entry.MediaSampleContent;
+  return result;
+}
+
+std::wstring NameOf(IPin* pin) {
+  PIN_INFO info{};
+  pin->QueryPinInfo(&info);
+  if (info.pFilter != nullptr) info.pFilter->Release();
+  return info.achName;
+}
+
+// ---- Stream building ----
+
+Bytes Pes(std::uint8_t streamId, const Bytes& payload, std::uint64_t pts, bool bounded) {
+  const auto stamp = tsw::EncodePts(pts);
+  const std::size_t length = 3 + stamp.size() + payload.size();
+  Bytes pes = {0x00, 0x00, 0x01, streamId,
+               static_cast<std::uint8_t>(bounded ? length >> 8 : 0),
+               static_cast<std::uint8_t>(bounded ? length & 0xFF : 0), 0x80, 0x80, 0x05};
+  pes.insert(pes.end(), stamp.begin(), stamp.end());
+  pes.insert(pes.end(), payload.begin(), payload.end());
+  return pes;
+}
+
+Bytes Pattern(std::size_t size, std::uint8_t seed) {
+  Bytes bytes(size);
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(seed * 31 + i * 7);
+  return bytes;
+}
+
+// Transport packets for several PIDs; each PES's last packet is filled up
+// by adaptation stuffing, so no byte follows it in the payload.
+class Stream {
+ public:
+  void AddPes(std::uint16_t pid, const Bytes& pes) {
+    std::size_t at = 0;
+    while (at < pes.size()) {
+      const std::size_t n = std::min<std::size_t>(184, pes.size() - at);
+      tsw::Packet p;
+      p.fill(0xFF);
+      p[0] = 0x47;
+      p[1] = static_cast<std::uint8_t>((at == 0 ? 0x40 : 0) | (pid >> 8));
+      p[2] = static_cast<std::uint8_t>(pid);
+      std::size_t start = 4;
+      if (n < 184) {
+        p[3] = static_cast<std::uint8_t>(0x30 | (m_Cc[pid]++ & 0x0F));
+        p[4] = static_cast<std::uint8_t>(183 - n);
+        if (n < 183) p[5] = 0x00;
+        start = 188 - n;
+      } else {
+        p[3] = static_cast<std::uint8_t>(0x10 | (m_Cc[pid]++ & 0x0F));
+      }
+      std::copy_n(pes.begin() + static_cast<std::ptrdiff_t>(at), n, p.begin() + start);
+      m_Bytes.insert(m_Bytes.end(), p.begin(), p.end());
+      m_Packets[pid].insert(m_Packets[pid].end(), p.begin(), p.end());
+      at += n;
+    }
+  }
+  void AddJunk(std::size_t n) { m_Bytes.insert(m_Bytes.end(), n, 0x5A); }
+  // What was added since the last call; the counters go on.
+  Bytes Take() { return std::exchange(m_Bytes, {}); }
+  const Bytes& Data() const { return m_Bytes; }
+  const Bytes& PacketsOf(std::uint16_t pid) { return m_Packets[pid]; }
+
+ private:
+  Bytes m_Bytes;
+  std::map<std::uint16_t, std::uint8_t> m_Cc;
+  std::map<std::uint16_t, Bytes> m_Packets;
+};
+
+Bytes ReadFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// ---- The filter and its pins ----
+
+TEST(DemuxFilter, MadeThroughTheClassTableAsNoRenderer) {
+  const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
+  ASSERT_TRUE(demux);
+  EXPECT_TRUE(QueryAs<IMpeg2Demultiplexer>(demux.Get(), IID_IMpeg2Demultiplexer));
+  const auto flags = QueryAs<IAMFilterMiscFlags>(demux.Get(), IID_IAMFilterMiscFlags);
+  ASSERT_TRUE(flags);
+  EXPECT_EQ(flags->GetMiscFlags() & AM_FILTER_MISC_FLAGS_IS_RENDERER, 0u);
+  CLSID clsid{};
+  EXPECT_EQ(demux->GetClassID(&clsid), S_OK);
+  EXPECT_EQ(clsid, CLSID_MPEG2Demultiplexer);
+}
+
+TEST(DemuxFilter, InputPinTakesTransportStreamsAndProposesNothing) {
+  const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
+  ComPtr<IPin> in;
+  ASSERT_EQ(demux->FindPin(L"MPEG-2 Stream", in.PutAddress()), S_OK);
+  ComPtr<IEnumMediaTypes> types;
+  ASSERT_EQ(in->EnumMediaTypes(types.PutAddress()), S_OK);
+  AM_MEDIA_TYPE* type = nullptr;
+  ULONG fetched = 7;
+  EXPECT_EQ(types->Next(1, &type, &fetched), S_FALSE);
+  EXPECT_EQ(fetched, 0u);
+  const AM_MEDIA_TYPE transport = TypeOf(MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT);
+  const AM_MEDIA_TYPE video = TypeOf(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
+  EXPECT_EQ(in->QueryAccept(&transport), S_OK);
+  EXPECT_EQ(in->QueryAccept(&video), S_FALSE);
+  const auto memory = QueryAs<IMemInputPin>(in.Get(), IID_IMemInputPin);
+  IMemAllocator* allocator = reinterpret_cast<IMemAllocator*>(0x1);
+  EXPECT_EQ(memory->GetAllocator(&allocator), VFW_E_NO_ALLOCATOR);
+  EXPECT_EQ(allocator, nullptr);
+  EXPECT_EQ(memory->ReceiveCanBlock(), S_OK);
+
+  ComPtr<CTestSource> source(new CTestSource({.pushes = false}));
+  EXPECT_EQ(source->OutputPin()->Connect(in.Get(), &video), VFW_E_TYPE_NOT_ACCEPTED);
+  EXPECT_EQ(source->OutputPin()->Connect(in.Get(), nullptr), S_OK);
+  source->OutputPin()->Disconnect();
+  EXPECT_EQ(in->Disconnect(), S_OK);
+}
+
+TEST(DemuxFilter, OutputPinsByNameStayAndRefuseTakenNames) {
+  const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
+  const auto control = QueryAs<IMpeg2Demultiplexer>(demux.Get(), IID_IMpeg2Demultiplexer);
+  MakePin(demux.Get(), L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);  // released at once
+  MakePin(demux.Get(), L"Audio", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
+
+  AM_MEDIA_TYPE type = TypeOf(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
+  for (const wchar_t* taken : {L"Video", L"MPEG-2 Stream"}) {
+    IPin* pin = reinterpret_cast<IPin*>(0x1);
+    EXPECT_EQ(control->CreateOutputPin(&type, const_cast<LPWSTR>(taken), &pin),
+              VFW_E_DUPLICATE_NAME);
+    EXPECT_EQ(pin, nullptr);
+  }
+
+  ComPtr<IPin> video;
+  ASSERT_EQ(demux->FindPin(L"Video", video.PutAddress()), S_OK);
+  PIN_DIRECTION direction = PINDIR_INPUT;
+  video->QueryDirection(&direction);
+  EXPECT_EQ(direction, PINDIR_OUTPUT);
+  ComPtr<IPin> none;
+  EXPECT_EQ(demux->FindPin(L"AC3", none.PutAddress()), VFW_E_NOT_FOUND);
+  EXPECT_FALSE(none);
+
+  std::vector<std::wstring> names;
+  for (const ComPtr<IPin>& pin : platform_internal::PinsOf(demux.Get())) {
+    names.push_back(NameOf(pin.Get()));
+  }
+  EXPECT_EQ(names, (std::vector<std::wstring>{L"MPEG-2 Stream", L"Video", L"Audio"}));
+
+  // The pin proposes the type it was made with.
+  ComPtr<IEnumMediaTypes> types;
+  ASSERT_EQ(video->EnumMediaTypes(types.PutAddress()), S_OK);
+  AM_MEDIA_TYPE* offered = nullptr;
+  ASSERT_EQ(types->Next(1, &offered, nullptr), S_OK);
+  EXPECT_EQ(offered->subtype, MEDIASUBTYPE_MPEG2_VIDEO);
+  platform_internal::ClearMediaType(offered);
+  CoTaskMemFree(offered);
+
+  AM_MEDIA_TYPE audio = TypeOf(MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
+  EXPECT_EQ(control->SetOutputPinMediaType(const_cast<LPWSTR>(L"Video"), &audio), S_OK);
+  EXPECT_EQ(video->QueryAccept(&audio), S_OK);
+  EXPECT_EQ(control->DeleteOutputPin(const_cast<LPWSTR>(L"Video")), S_OK);
+  EXPECT_EQ(demux->FindPin(L"Video", none.PutAddress()), VFW_E_NOT_FOUND);
+  EXPECT_EQ(control->DeleteOutputPin(const_cast<LPWSTR>(L"Video")), VFW_E_NOT_FOUND);
+  // The name is free again; the old pointer still answers.
+  MakePin(demux.Get(), L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
+  EXPECT_EQ(NameOf(video.Get()), L"Video");
+  EXPECT_EQ(Map(video.Get(), {0x100}, MEDIA_ELEMENTARY_STREAM), VFW_E_NOT_FOUND);
+
+  ASSERT_EQ(demux->Pause(), S_OK);
+  IPin* late = nullptr;
+  EXPECT_EQ(control->CreateOutputPin(&type, const_cast<LPWSTR>(L"Late"), &late),
+            VFW_E_NOT_STOPPED);
+  EXPECT_EQ(control->DeleteOutputPin(const_cast<LPWSTR>(L"Audio")), VFW_E_NOT_STOPPED);
+  EXPECT_EQ(demux->Stop(), S_OK);
+}
+
+TEST(DemuxFilter, PidMapsMoveBetweenPins) {
+  const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
+  const ComPtr<IPin> a = MakePin(demux.Get(), L"A", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
+  const ComPtr<IPin> b = MakePin(demux.Get(), L"B", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
+  EXPECT_EQ(Map(a.Get(), {0x100, 0x101}, MEDIA_ELEMENTARY_STREAM), S_OK);
+  EXPECT_EQ(Map(b.Get(), {0x200}, MEDIA_TRANSPORT_PACKET), S_OK);
+  EXPECT_EQ(MapOf(a.Get()), (std::map<ULONG, MEDIA_SAMPLE_CONTENT>{
+                                {0x100, MEDIA_ELEMENTARY_STREAM}, {0x101, MEDIA_ELEMENTARY_STREAM}}));
+  EXPECT_EQ(Map(b.Get(), {0x101}, MEDIA_ELEMENTARY_STREAM), S_OK);
+  EXPECT_EQ(MapOf(a.Get()),
+            (std::map<ULONG, MEDIA_SAMPLE_CONTENT>{{0x100, MEDIA_ELEMENTARY_STREAM}}));
+  EXPECT_EQ(MapOf(b.Get()), (std::map<ULONG, MEDIA_SAMPLE_CONTENT>{
+                                {0x101, MEDIA_ELEMENTARY_STREAM}, {0x200, MEDIA_TRANSPORT_PACKET}}));
+
+  const auto mapB = QueryAs<IMPEG2PIDMap>(b.Get(), IID_IMPEG2PIDMap);
+  ULONG pid = 0x100;  // not b's: left alone
+  EXPECT_EQ(mapB->UnmapPID(1, &pid), S_OK);
+  pid = 0x200;
+  EXPECT_EQ(mapB->UnmapPID(1, &pid), S_OK);
+  EXPECT_EQ(MapOf(a.Get()).size(), 1u);
+  EXPECT_EQ(MapOf(b.Get()).size(), 1u);
+
+  EXPECT_EQ(Map(a.Get(), {0x2000}, MEDIA_ELEMENTARY_STREAM), E_INVALIDARG);
+  EXPECT_EQ(Map(a.Get(), {0x1FFF}, MEDIA_MPEG2_PSI), E_NOTIMPL);
+  ULONG one = 0x100;
+  EXPECT_EQ(QueryAs<IMPEG2PIDMap>(a.Get(), IID_IMPEG2PIDMap)->MapPID(0, &one, MEDIA_ELEMENTARY_STREAM),
+            E_INVALIDARG);
+  EXPECT_EQ(MapOf(a.Get()).size(), 1u);
+
+  // Enumerator: Skip, Reset, Clone over a snapshot.
+  ComPtr<IEnumPIDMap> maps;
+  ASSERT_EQ(mapB->EnumPIDMap(maps.PutAddress()), S_OK);
+  EXPECT_EQ(maps->Skip(2), S_FALSE);
+  PID_MAP entries[2]{};
+  ULONG got = 0;
+  EXPECT_EQ(maps->Next(2, entries, &got), S_FALSE);
+  EXPECT_EQ(got, 0u);
+  maps->Reset();
+  ComPtr<IEnumPIDMap> copy;
+  ASSERT_EQ(maps->Clone(copy.PutAddress()), S_OK);
+  EXPECT_EQ(copy->Next(2, entries, &got), S_FALSE);
+  EXPECT_EQ(got, 1u);
+  EXPECT_EQ(entries[0].ulPID, 0x101u);
+}
+
+// ---- Streams through a graph ----
+
+// Source (fed by hand) -> demultiplexer -> one sink per output pin.
+class DemuxInGraph : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
+                               m_Graph.PutVoid()),
+              S_OK);
+    m_Demux = NewFilter(CLSID_MPEG2Demultiplexer);
+    ASSERT_EQ(m_Graph->AddFilter(m_Demux.Get(), L"Demux"), S_OK);
+    m_Source = ComPtr<CTestSource>(new CTestSource({.pushes = false}));
+    ASSERT_EQ(m_Graph->AddFilter(m_Source.Get(), L"Source"), S_OK);
+    ASSERT_EQ(m_Demux->FindPin(L"MPEG-2 Stream", m_In.PutAddress()), S_OK);
+    ASSERT_EQ(m_Graph->ConnectDirect(m_Source->OutputPin(), m_In.Get(), nullptr), S_OK);
+    m_Memory = QueryAs<IMemInputPin>(m_In.Get(), IID_IMemInputPin);
+    m_Control = QueryAs<IMediaControl>(m_Graph.Get(), IID_IMediaControl);
+    const auto events = QueryAs<IMediaEvent>(m_Graph.Get(), IID_IMediaEvent);
+    events->CancelDefaultHandling(EC_COMPLETE);
+  }
+  void TearDown() override {
+    if (m_Control) m_Control->Stop();
+  }
+
+  // A writer behind a new output pin; returns the pin.
+  ComPtr<IPin> AddWriter(const wchar_t* name, REFGUID major, REFGUID sub,
+                         const std::filesystem::path& file) {
+    ComPtr<IPin> pin = MakePin(m_Demux.Get(), name, major, sub);
+    const ComPtr<IBaseFilter> writer = NewFilter(CLSID_StreamFileWriter);
+    QueryAs<IStreamSinkControl>(writer.Get(), IID_IStreamSinkControl)->SetAcceptAnyType(TRUE);
+    QueryAs<IFileSinkFilter>(writer.Get(), IID_IFileSinkFilter)
+        ->SetFileName(file.wstring().c_str(), nullptr);
+    EXPECT_EQ(m_Graph->AddFilter(writer.Get(), name), S_OK);
+    EXPECT_EQ(m_Graph->ConnectDirect(pin.Get(), InputPinOf(writer.Get()).Get(), nullptr), S_OK);
+    return pin;
+  }
+
+  HRESULT Send(std::span<const std::uint8_t> bytes, bool discontinuity = false) {
+    ComPtr<IMediaSample> sample(
+        new platform_internal::CMemorySample(static_cast<LONG>(bytes.size())));
+    BYTE* data = nullptr;
+    sample->GetPointer(&data);
+    std::copy(bytes.begin(), bytes.end(), data);
+    sample->SetDiscontinuity(discontinuity ? TRUE : FALSE);
+    return m_Memory->Receive(sample.Get());
+  }
+  void SendInChunks(const Bytes& data, std::size_t chunk) {
+    for (std::size_t at = 0; at < data.size(); at += chunk) {
+      const std::size_t n = std::min(chunk, data.size() - at);
+      ASSERT_EQ(Send(std::span<const std::uint8_t>(data).subspan(at, n)), S_OK);
+    }
+  }
+
+  ComPtr<IGraphBuilder> m_Graph;
+  ComPtr<IBaseFilter> m_Demux;
+  ComPtr<CTestSource> m_Source;
+  ComPtr<IPin> m_In;
+  ComPtr<IMemInputPin> m_Memory;
+  ComPtr<IMediaControl> m_Control;
+};
+
+TEST_F(DemuxInGraph, WritesEachPidsPayloadsInAnyChunking) {
+  Stream stream;
+  Bytes video, audio;
+  for (int i = 0; i < 40; ++i) {
+    const Bytes frame = Pattern(static_cast<std::size_t>(500 + i * 97), static_cast<std::uint8_t>(i));
+    const Bytes sound = Pattern(static_cast<std::size_t>(300 + i), static_cast<std::uint8_t>(i + 100));
+    stream.AddPes(0x100, Pes(0xE0, frame, 90000 + 3600 * static_cast<std::uint64_t>(i), false));
+    stream.AddPes(0x101, Pes(0xC0, sound, 90000 + 2160 * static_cast<std::uint64_t>(i), true));
+    stream.AddPes(0x102, Pes(0xC1, sound, 1, true));  // mapped nowhere
+    if (i % 7 == 3) stream.AddJunk(61);             // lost sync
+    video.insert(video.end(), frame.begin(), frame.end());
+    audio.insert(audio.end(), sound.begin(), sound.end());
+  }
+  tsw::TempDir dir;
+  const ComPtr<IPin> v = AddWriter(L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO,
+                                   dir.File("v.m2v"));
+  const ComPtr<IPin> a = AddWriter(L"Audio", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3,
+                                   dir.File("a.mpa"));
+  const ComPtr<IPin> t = AddWriter(L"Packets", MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT,
+                                   dir.File("p.ts"));
+  ASSERT_EQ(Map(v.Get(), {0x100}, MEDIA_ELEMENTARY_STREAM), S_OK);
+  ASSERT_EQ(Map(a.Get(), {0x101}, MEDIA_ELEMENTARY_STREAM), S_OK);
+  ASSERT_EQ(Map(t.Get(), {0x101}, MEDIA_TRANSPORT_PACKET), S_OK);  // moves 0x101 ...
+  ASSERT_EQ(Map(a.Get(), {0x101}, MEDIA_ELEMENTARY_STREAM), S_OK);  // ... and back
+  ASSERT_EQ(Map(t.Get(), {0x102}, MEDIA_TRANSPORT_PACKET), S_OK);
+
+  for (const std::size_t chunk : {stream.Data().size(), std::size_t{188 * 7}, std::size_t{1000},
+                                  std::size_t{1}}) {
+    ASSERT_EQ(m_Control->Run(), S_OK);
+    SendInChunks(stream.Data(), chunk);
+    EXPECT_EQ(m_In->EndOfStream(), S_OK);
+    ASSERT_EQ(m_Control->Stop(), S_OK);
+    EXPECT_EQ(ReadFile(dir.File("v.m2v")), video) << "chunk " << chunk;
+    EXPECT_EQ(ReadFile(dir.File("a.mpa")), audio) << "chunk " << chunk;
+    EXPECT_EQ(ReadFile(dir.File("p.ts")), stream.PacketsOf(0x102)) << "chunk " << chunk;
+  }
+}
+
+// A capture pin shows the samples' times and flags.
+class DemuxToCapture : public DemuxInGraph {
+ protected:
+  void SetUp() override {
+    DemuxInGraph::SetUp();
+    m_Pin = MakePin(m_Demux.Get(), L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
+    ASSERT_EQ(m_Pin->Connect(&m_Capture, nullptr), S_OK);
+    ASSERT_EQ(Map(m_Pin.Get(), {0x100}, MEDIA_ELEMENTARY_STREAM), S_OK);
+    ASSERT_EQ(m_Demux->Pause(), S_OK);
+  }
+  void TearDown() override {
+    m_Demux->Stop();
+    m_Pin->Disconnect();
+    m_Capture.Disconnect();
+    DemuxInGraph::TearDown();
+  }
+  void SendPes(std::uint64_t pts, const Bytes& payload, bool bounded = true) {
+    m_Stream.AddPes(0x100, Pes(0xE0, payload, pts, bounded));
+    ASSERT_EQ(Send(m_Stream.Take()), S_OK);
+  }
+
+  Stream m_Stream;
+  tsw::CapturePin m_Capture;
+  ComPtr<IPin> m_Pin;
+};
+
+TEST_F(DemuxToCapture, TimesCountFromTheFirstPtsOfTheSegment) {
+  constexpr std::uint64_t kTop = (std::uint64_t{1} << 33);
+  const struct {
+    std::uint64_t pts;
+    REFERENCE_TIME start;
+  } cases[] = {
+      {kTop - 9000, 0},          // first: the origin
+      {kTop - 4500, 500000},     // 4500 ticks = 50 ms
+      {900, 1100000},            // over the wrap
+      {kTop - 9000 - 900, -100000},  // before the first
+  };
+  for (const auto& c : cases) SendPes(c.pts, Pattern(10, 1));
+  const auto samples = m_Capture.Samples();
+  ASSERT_EQ(samples.size(), std::size(cases));
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    EXPECT_EQ(samples[i].start, cases[i].start) << i;
+    EXPECT_TRUE(samples[i].sync);
+    EXPECT_EQ(samples[i].discontinuity, i == 0);  // first after the start
+  }
+  // A new segment: the next PTS is the origin again, shifted by its start.
+  EXPECT_EQ(m_In->NewSegment(20000000, 40000000, 1.0), S_OK);
+  EXPECT_EQ(m_Capture.NewSegments(), 1);
+  SendPes(5000, Pattern(10, 2));
+  SendPes(5900, Pattern(10, 2));
+  const auto after = m_Capture.Samples();
+  ASSERT_EQ(after.size(), samples.size() + 2);
+  EXPECT_EQ(after[samples.size()].start, 20000000);
+  EXPECT_TRUE(after[samples.size()].discontinuity);
+  EXPECT_EQ(after[samples.size() + 1].start, 20100000);
+}
+
+TEST_F(DemuxToCapture, LargePesSplitsAndOnlyTheFirstPartIsTimed) {
+  const Bytes frame = Pattern(platform_internal::kDemuxSampleSize + 1000, 3);
+  SendPes(1234, frame, false);
+  SendPes(5000, Pattern(5, 4), false);
+  const auto samples = m_Capture.Samples();
+  ASSERT_EQ(samples.size(), 2u);
+  EXPECT_EQ(samples[0].bytes.size(), static_cast<std::size_t>(platform_internal::kDemuxSampleSize));
+  EXPECT_EQ(samples[1].bytes.size(), 1000u);
+  EXPECT_TRUE(samples[0].sync);
+  EXPECT_FALSE(samples[1].sync);
+  EXPECT_EQ(samples[1].start, -1);  // no time
+  Bytes joined = samples[0].bytes;
+  joined.insert(joined.end(), samples[1].bytes.begin(), samples[1].bytes.end());
+  EXPECT_EQ(joined, frame);
+  // The last unbounded PES goes out with the end of the stream, then the end.
+  EXPECT_EQ(m_In->EndOfStream(), S_OK);
+  EXPECT_EQ(m_Capture.SampleCount(), 3u);
+  EXPECT_EQ(m_Capture.EndOfStreams(), 1);
+}
+
+TEST_F(DemuxToCapture, FlushDropsThePartialPesAndMarksTheNext) {
+  m_Stream.AddPes(0x100, Pes(0xE0, Pattern(2000, 5), 100, true));
+  const Bytes data = m_Stream.Take();
+  ASSERT_EQ(Send(std::span<const std::uint8_t>(data).first(188 * 3)), S_OK);
+  EXPECT_EQ(m_In->BeginFlush(), S_OK);
+  EXPECT_EQ(Send(std::span<const std::uint8_t>(data).subspan(188 * 3)), S_FALSE);
+  EXPECT_EQ(m_In->EndFlush(), S_OK);
+  EXPECT_EQ(m_Capture.Flushes(), 1);
+  // The rest of the old PES, then a new one: only the new one comes.
+  ASSERT_EQ(Send(std::span<const std::uint8_t>(data).subspan(188 * 3)), S_OK);
+  SendPes(200, Pattern(7, 6));
+  const auto samples = m_Capture.Samples();
+  ASSERT_EQ(samples.size(), 1u);
+  EXPECT_EQ(samples[0].bytes, Pattern(7, 6));
+  EXPECT_TRUE(samples[0].discontinuity);
+}
+
+TEST_F(DemuxToCapture, RefusesSamplesWhenStopped) {
+  ASSERT_EQ(m_Demux->Stop(), S_OK);
+  const Bytes packet(188, 0x47);
+  EXPECT_EQ(Send(packet), VFW_E_WRONG_STATE);
+  EXPECT_EQ(m_In->EndOfStream(), VFW_E_WRONG_STATE);
+}
+
+// The upstream thread delivers while the host thread moves the map and
+// finally stops the filter: clean under ThreadSanitizer, and Stop returns.
+TEST_F(DemuxToCapture, MapChangesBesideTheStreamAndStopEndsIt) {
+  Stream stream;
+  for (int i = 0; i < 20; ++i) {
+    stream.AddPes(0x100, Pes(0xE0, Pattern(700, 1), 100 + static_cast<std::uint64_t>(i), true));
+    stream.AddPes(0x101, Pes(0xE0, Pattern(700, 2), 100 + static_cast<std::uint64_t>(i), true));
+  }
+  std::atomic<bool> refused{false};
+  std::thread upstream([&] {
+    while (Send(stream.Data()) == S_OK) {
+    }
+    refused = true;
+  });
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_EQ(Map(m_Pin.Get(), {i % 2 == 0 ? 0x101u : 0x100u}, MEDIA_ELEMENTARY_STREAM), S_OK);
+    MapOf(m_Pin.Get());
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(m_Demux->Stop(), S_OK);
+  upstream.join();
+  EXPECT_TRUE(refused);
+  EXPECT_GT(m_Capture.SampleCount(), 0u);
+}
+
+// ---- A real file ----
+
+TEST_F(DemuxInGraph, MatchesFfmpegOnARealFile) {
+  if (!tsw::OnPath("ffmpeg")) GTEST_SKIP() << "ffmpeg is not on PATH";
+  tsw::TempDir dir;
+  const std::string ts = dir.File("x.ts").string();
+  const std::string quiet = "ffmpeg -nostdin -hide_banner -loglevel error -y ";
+  ASSERT_EQ(tsw::Shell(quiet +
+                       "-f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i sine -t 2 "
+                       "-c:v mpeg2video -c:a mp2 -f mpegts " + ts)
+                .status,
+            0);
+  ASSERT_EQ(tsw::Shell(quiet + "-i " + ts + " -map 0:v:0 -c copy -f mpeg2video " +
+                       dir.File("ref.m2v").string())
+                .status,
+            0);
+  ASSERT_EQ(tsw::Shell(quiet + "-i " + ts + " -map 0:a:0 -c copy -f mp2 " +
+                       dir.File("ref.mp2").string())
+                .status,
+            0);
+
+  const ComPtr<IPin> v = AddWriter(L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO,
+                                   dir.File("v.m2v"));
+  const ComPtr<IPin> a = AddWriter(L"Audio", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3,
+                                   dir.File("a.mp2"));
+  ASSERT_EQ(Map(v.Get(), {0x100}, MEDIA_ELEMENTARY_STREAM), S_OK);
+  ASSERT_EQ(Map(a.Get(), {0x101}, MEDIA_ELEMENTARY_STREAM), S_OK);
+  ASSERT_EQ(m_Control->Run(), S_OK);
+  SendInChunks(ReadFile(ts), 188 * 50);
+  EXPECT_EQ(m_In->EndOfStream(), S_OK);
+  ASSERT_EQ(m_Control->Stop(), S_OK);
+
+  const Bytes video = ReadFile(dir.File("v.m2v"));
+  const Bytes refVideo = ReadFile(dir.File("ref.m2v"));
+  ASSERT_FALSE(refVideo.empty());
+  EXPECT_EQ(video, refVideo);
+  const Bytes audio = ReadFile(dir.File("a.mp2"));
+  const Bytes refAudio = ReadFile(dir.File("ref.mp2"));
+  ASSERT_FALSE(refAudio.empty());
+  EXPECT_EQ(audio, refAudio);
+}
+
+}  // namespace

@@ -1,0 +1,375 @@
+#include "platform/pes_reassembler.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "tests/support/ts_writer.h"
+
+namespace {
+
+using platform_internal::CPesReassembler;
+using platform_internal::kTsPacketSize;
+using platform_internal::ParseTsPacket;
+using platform_internal::PesPacket;
+using platform_internal::TsPacket;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint16_t kPid = 0x100;
+
+// A PES with the optional header: PTS and DTS when given.
+Bytes Pes(std::uint8_t streamId, const Bytes& payload, std::optional<std::uint64_t> pts,
+          std::optional<std::uint64_t> dts = std::nullopt, bool bounded = true) {
+  Bytes header;
+  if (pts) {
+    const auto p = tsw::EncodePts(*pts, dts ? 0x3 : 0x2);
+    header.insert(header.end(), p.begin(), p.end());
+  }
+  if (dts) {
+    const auto d = tsw::EncodePts(*dts, 0x1);
+    header.insert(header.end(), d.begin(), d.end());
+  }
+  const std::size_t length = 3 + header.size() + payload.size();
+  Bytes pes = {0x00, 0x00, 0x01, streamId,
+               static_cast<std::uint8_t>(bounded ? length >> 8 : 0),
+               static_cast<std::uint8_t>(bounded ? length & 0xFF : 0), 0x80,
+               static_cast<std::uint8_t>(pts ? (dts ? 0xC0 : 0x80) : 0x00),
+               static_cast<std::uint8_t>(header.size())};
+  pes.insert(pes.end(), header.begin(), header.end());
+  pes.insert(pes.end(), payload.begin(), payload.end());
+  return pes;
+}
+
+Bytes Pattern(std::size_t size, std::uint8_t seed) {
+  Bytes bytes(size);
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(seed + i * 13);
+  return bytes;
+}
+
+// Each packet in its own heap block of exactly 188 bytes, so a read past
+// the end is caught under AddressSanitizer.
+using PacketBlock = std::unique_ptr<std::array<std::uint8_t, kTsPacketSize>>;
+
+PacketBlock Packet(bool unitStart, std::uint8_t continuity, const Bytes& payload,
+                   int adaptationLength = -1, std::uint8_t adaptationFlags = 0) {
+  auto packet = std::make_unique<std::array<std::uint8_t, kTsPacketSize>>();
+  packet->fill(0xFF);
+  auto& p = *packet;
+  p[0] = 0x47;
+  p[1] = static_cast<std::uint8_t>((unitStart ? 0x40 : 0) | (kPid >> 8));
+  p[2] = kPid & 0xFF;
+  std::size_t at = 4;
+  const bool hasPayload = adaptationLength < 183;
+  p[3] = static_cast<std::uint8_t>((adaptationLength >= 0 ? 0x20 : 0) | (hasPayload ? 0x10 : 0) |
+                                   (continuity & 0x0F));
+  if (adaptationLength >= 0) {
+    p[4] = static_cast<std::uint8_t>(adaptationLength);
+    if (adaptationLength > 0) p[5] = adaptationFlags;
+    at = 5 + static_cast<std::size_t>(adaptationLength);
+  }
+  std::copy_n(payload.begin(), std::min(payload.size(), kTsPacketSize - at), p.begin() + at);
+  return packet;
+}
+
+// Splits a PES over packets; the last is filled up with adaptation stuffing
+// so that no byte follows the PES. `firstChunk` caps the first packet's share.
+std::vector<PacketBlock> Packetize(const Bytes& pes, std::uint8_t& continuity,
+                                   std::size_t firstChunk = 184) {
+  std::vector<PacketBlock> packets;
+  std::size_t at = 0;
+  bool first = true;
+  while (at < pes.size()) {
+    const std::size_t room = first ? std::min<std::size_t>(firstChunk, 184) : 184;
+    const std::size_t n = std::min(room, pes.size() - at);
+    const Bytes chunk(pes.begin() + static_cast<std::ptrdiff_t>(at),
+                      pes.begin() + static_cast<std::ptrdiff_t>(at + n));
+    const int adaptation = n < 184 ? static_cast<int>(183 - n) : -1;
+    packets.push_back(Packet(first, continuity++, chunk, adaptation));
+    at += n;
+    first = false;
+  }
+  return packets;
+}
+
+struct Received {
+  Bytes payload;
+  std::optional<std::uint64_t> pts;
+  std::optional<std::uint64_t> dts;
+  bool discontinuity;
+  std::uint8_t streamId;
+};
+
+class PesReassemblerTest : public ::testing::Test {
+ protected:
+  CPesReassembler assembler{[this](const PesPacket& pes) {
+    got.push_back({Bytes(pes.payload.begin(), pes.payload.end()), pes.pts, pes.dts,
+                   pes.discontinuity, pes.streamId});
+  }};
+  std::vector<Received> got;
+  std::uint8_t cc = 0;
+
+  void Push(const PacketBlock& packet) {
+    TsPacket parsed;
+    ASSERT_TRUE(ParseTsPacket(*packet, &parsed));
+    assembler.Push(parsed);
+  }
+  void PushAll(const std::vector<PacketBlock>& packets) {
+    for (const PacketBlock& packet : packets) Push(packet);
+  }
+};
+
+TEST_F(PesReassemblerTest, PayloadsOfEverySizeComeBackWhole) {
+  for (const bool bounded : {true, false}) {
+    got.clear();
+    const std::size_t sizes[] = {1, 169, 170, 171, 184, 185, 5000, 60000};
+    std::uint64_t pts = 90000;
+    for (const std::size_t size : sizes) {
+      PushAll(Packetize(Pes(0xE0, Pattern(size, static_cast<std::uint8_t>(size)), pts, pts - 3003,
+                            bounded),
+                        cc));
+      pts += 3003;
+    }
+    assembler.Finish();
+    ASSERT_EQ(got.size(), std::size(sizes)) << "bounded " << bounded;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+      EXPECT_EQ(got[i].payload, Pattern(sizes[i], static_cast<std::uint8_t>(sizes[i])));
+      EXPECT_EQ(got[i].pts, 90000 + 3003 * i);
+      EXPECT_EQ(got[i].dts, 90000 + 3003 * i - 3003);
+      EXPECT_EQ(got[i].streamId, 0xE0);
+      EXPECT_FALSE(got[i].discontinuity);
+    }
+  }
+}
+
+TEST_F(PesReassemblerTest, BoundedGoesOutAtItsLengthUnboundedAtTheNextStart) {
+  PushAll(Packetize(Pes(0xC0, Pattern(400, 1), 1000), cc));
+  EXPECT_EQ(got.size(), 1u);  // no need to wait for another start
+  PushAll(Packetize(Pes(0xE0, Pattern(400, 2), 2000, std::nullopt, false), cc));
+  EXPECT_EQ(got.size(), 1u);  // its end is not known yet
+  PushAll(Packetize(Pes(0xE0, Pattern(10, 3), 3000, std::nullopt, false), cc));
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[1].payload, Pattern(400, 2));
+  assembler.Finish();
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_EQ(got[2].payload, Pattern(10, 3));
+}
+
+TEST_F(PesReassemblerTest, AdaptationFieldsOfEveryKind) {
+  const Bytes pes = Pes(0xE0, Pattern(300, 9), 4500);
+  const Bytes head(pes.begin(), pes.begin() + 100);
+  const Bytes tail(pes.begin() + 100, pes.end());
+  // A field without payload (adaptation_field_control 2) keeps the counter;
+  // one of length 0 before a payload; one with the discontinuity flag lets
+  // the counter jump without a loss.
+  Push(Packet(true, 0, head, 183 - 100));
+  Push(Packet(false, 0, {}, 183));  // PCR-only packet, counter unchanged
+  Push(Packet(false, 1, {}, 183, 0x10));  // its counter is not looked at
+  Push(Packet(false, 1, Bytes(tail.begin(), tail.begin() + 183), 0));
+  Push(Packet(false, 9, Bytes(tail.begin() + 183, tail.end()),
+              static_cast<int>(183 - (tail.size() - 183)), 0x80));
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].payload, Pattern(300, 9));
+  EXPECT_EQ(assembler.Counters().continuityErrors, 0u);
+}
+
+TEST(TsPacketParse, RejectsFieldsThePacketCannotHold) {
+  const struct {
+    std::uint8_t control;
+    std::uint8_t adaptationLength;
+    bool readable;
+    std::size_t payload;
+  } cases[] = {
+      {0x1, 0, true, 184},   {0x3, 0, true, 183},    {0x3, 182, true, 1},
+      {0x3, 183, false, 0},  {0x2, 183, true, 0},    {0x2, 184, false, 0},
+      {0x3, 255, false, 0},  {0x0, 0, false, 0},
+  };
+  for (const auto& c : cases) {
+    std::array<std::uint8_t, kTsPacketSize> bytes{};
+    bytes[0] = 0x47;
+    bytes[3] = static_cast<std::uint8_t>(c.control << 4);
+    bytes[4] = c.adaptationLength;
+    TsPacket packet;
+    ASSERT_EQ(ParseTsPacket(bytes, &packet), c.readable) << int(c.control) << " "
+                                                         << int(c.adaptationLength);
+    if (c.readable) {
+      EXPECT_EQ(packet.payload.size(), c.payload);
+    }
+  }
+  std::array<std::uint8_t, kTsPacketSize> noSync{};
+  noSync[3] = 0x10;
+  TsPacket packet;
+  EXPECT_FALSE(ParseTsPacket(noSync, &packet));
+}
+
+TEST_F(PesReassemblerTest, ContinuityJumpDropsThePesAndMarksTheNext) {
+  auto first = Packetize(Pes(0xE0, Pattern(1000, 1), 100), cc);
+  first.erase(first.begin() + 2);  // a packet lost in the middle
+  PushAll(first);
+  PushAll(Packetize(Pes(0xE0, Pattern(50, 2), 200), cc));
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].payload, Pattern(50, 2));
+  EXPECT_TRUE(got[0].discontinuity);
+  EXPECT_EQ(assembler.Counters().continuityErrors, 1u);
+  PushAll(Packetize(Pes(0xE0, Pattern(50, 3), 300), cc));
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_FALSE(got[1].discontinuity);
+}
+
+TEST_F(PesReassemblerTest, DuplicatePacketIsIgnored) {
+  const auto packets = Packetize(Pes(0xE0, Pattern(600, 4), 100), cc);
+  for (std::size_t i = 0; i < packets.size(); ++i) {
+    Push(packets[i]);
+    if (i == 1) Push(packets[i]);
+  }
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].payload, Pattern(600, 4));
+  EXPECT_EQ(assembler.Counters().duplicates, 1u);
+  EXPECT_FALSE(got[0].discontinuity);
+}
+
+TEST_F(PesReassemblerTest, HeaderSplitAcrossPacketsAtEveryPoint) {
+  const Bytes pes = Pes(0xE0, Pattern(500, 5), 0x1FFFFFFFF, 0x123456789);
+  for (std::size_t split = 1; split <= 19; ++split) {
+    got.clear();
+    PushAll(Packetize(pes, cc, split));
+    ASSERT_EQ(got.size(), 1u) << "split " << split;
+    EXPECT_EQ(got[0].payload, Pattern(500, 5));
+    EXPECT_EQ(got[0].pts, 0x1FFFFFFFFu);
+    EXPECT_EQ(got[0].dts, 0x123456789u);
+  }
+}
+
+TEST_F(PesReassemblerTest, StreamsWithoutTheOptionalHeader) {
+  Bytes privateTwo = {0x00, 0x00, 0x01, 0xBF, 0x00, 0x05, 0x80, 0x81, 0x82, 0x83, 0x84};
+  Bytes padding = {0x00, 0x00, 0x01, 0xBE, 0x00, 0x04, 0xFF, 0xFF, 0xFF, 0xFF};
+  PushAll(Packetize(padding, cc));
+  PushAll(Packetize(privateTwo, cc));
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].streamId, 0xBF);
+  EXPECT_EQ(got[0].payload, (Bytes{0x80, 0x81, 0x82, 0x83, 0x84}));
+  EXPECT_FALSE(got[0].pts.has_value());
+}
+
+TEST_F(PesReassemblerTest, BadHeadersAreDroppedAndTheNextPesStands) {
+  const Bytes good = Pes(0xC0, Pattern(100, 6), 900);
+  auto edited = [&](std::size_t at, std::uint8_t value) {
+    Bytes pes = good;
+    pes[at] = value;
+    return pes;
+  };
+  const Bytes cases[] = {
+      edited(2, 0x02),  // no start code
+      edited(6, 0x40),  // '10' bits wrong
+      edited(7, 0x40),  // PTS_DTS_flags 01
+      edited(8, 0x02),  // too short for the PTS it announces
+      edited(5, 0x04),  // PES_packet_length shorter than its own header
+  };
+  for (const Bytes& bad : cases) {
+    got.clear();
+    PushAll(Packetize(bad, cc));
+    PushAll(Packetize(good, cc));
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].payload, Pattern(100, 6));
+  }
+  EXPECT_EQ(assembler.Counters().badHeaders, std::size(cases));
+}
+
+TEST_F(PesReassemblerTest, TimeStampWithBrokenMarkerBitsIsLeftOut) {
+  Bytes pes = Pes(0xC0, Pattern(20, 7), 12345);
+  pes[11] &= 0xFE;  // the middle marker
+  PushAll(Packetize(pes, cc));
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_FALSE(got[0].pts.has_value());
+  EXPECT_EQ(got[0].payload, Pattern(20, 7));
+}
+
+TEST_F(PesReassemblerTest, BoundedPesCutShortIsDroppedAsIsOneOpenAtTheEnd) {
+  const std::uint8_t first = cc;
+  auto packets = Packetize(Pes(0xC0, Pattern(1000, 8), 100), cc);
+  packets.resize(3);
+  cc = static_cast<std::uint8_t>(first + 3);  // no packet lost: the next start cuts it
+  PushAll(packets);
+  PushAll(Packetize(Pes(0xC0, Pattern(10, 9), 200), cc));
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_TRUE(got[0].discontinuity);
+  auto open = Packetize(Pes(0xC0, Pattern(1000, 8), 300), cc);
+  open.resize(2);
+  PushAll(open);
+  assembler.Finish();
+  EXPECT_EQ(got.size(), 1u);
+  EXPECT_EQ(assembler.Counters().truncated, 2u);
+  EXPECT_EQ(assembler.Counters().continuityErrors, 0u);
+}
+
+TEST_F(PesReassemblerTest, ResetDropsWhatWasHalfMade) {
+  auto packets = Packetize(Pes(0xE0, Pattern(1000, 1), 100, std::nullopt, false), cc);
+  PushAll(packets);
+  assembler.Reset();
+  assembler.Finish();
+  EXPECT_TRUE(got.empty());
+  PushAll(Packetize(Pes(0xE0, Pattern(10, 2), 200), cc));
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_TRUE(got[0].discontinuity);
+}
+
+TEST_F(PesReassemblerTest, UnboundedPesIsDroppedPastTheLimit) {
+  std::vector<PacketBlock> packets = Packetize(Pes(0xE0, Pattern(100, 1), 1, std::nullopt, false), cc);
+  PushAll(packets);
+  const Bytes filler(184, 0x55);
+  for (std::size_t sent = 0; sent <= platform_internal::kMaxPesSize; sent += 184) {
+    Push(Packet(false, cc++, filler));
+  }
+  PushAll(Packetize(Pes(0xE0, Pattern(10, 2), 2, std::nullopt, false), cc));
+  assembler.Finish();
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].payload, Pattern(10, 2));
+  EXPECT_EQ(assembler.Counters().oversized, 1u);
+}
+
+// Random packets whose fields claim anything: reads stay inside each
+// 188-byte block (AddressSanitizer checks) and nothing delivered is longer
+// than what came in.
+TEST_F(PesReassemblerTest, JunkNeverReadsPastThePacket) {
+  std::mt19937 random(1234);
+  std::size_t fed = 0;
+  for (int i = 0; i < 20000; ++i) {
+    PacketBlock packet = std::make_unique<std::array<std::uint8_t, kTsPacketSize>>();
+    for (auto& byte : *packet) byte = static_cast<std::uint8_t>(random());
+    (*packet)[0] = 0x47;
+    if (i % 3 == 0) {
+      // A plausible PES start with random lengths behind it.
+      (*packet)[1] |= 0x40;
+      (*packet)[3] = static_cast<std::uint8_t>(0x10 | (i & 0x0F));
+      (*packet)[4] = 0x00;
+      (*packet)[5] = 0x00;
+      (*packet)[6] = 0x01;
+    }
+    TsPacket parsed;
+    if (!ParseTsPacket(*packet, &parsed)) continue;
+    fed += parsed.payload.size();
+    assembler.Push(parsed);
+  }
+  assembler.Finish();
+  std::size_t out = 0;
+  for (const Received& r : got) out += r.payload.size();
+  EXPECT_LE(out, fed);
+}
+
+TEST(PesTimeStamp, ReadsAll33BitsAndChecksMarkers) {
+  for (const std::uint64_t value : {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{0x100000000},
+                                    std::uint64_t{0x1FFFFFFFF}, std::uint64_t{0x0AAAAAAAA}}) {
+    const auto bytes = tsw::EncodePts(value);
+    EXPECT_EQ(platform_internal::ReadTimeStamp(bytes), value);
+    for (const std::size_t marker : {0, 2, 4}) {
+      auto broken = bytes;
+      broken[marker] &= 0xFE;
+      EXPECT_FALSE(platform_internal::ReadTimeStamp(broken).has_value());
+    }
+  }
+}
+
+}  // namespace
