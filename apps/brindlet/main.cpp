@@ -37,11 +37,17 @@ int main(int argc, char** argv) {
   CLI::App* playCommand = app.add_subcommand(
       "play", "Run FILE through the filter into a file writer, to the end of the stream");
   playCommand->add_option("FILE", play.file, "Transport stream file")->required();
-  playCommand
-      ->add_option("--raw", play.raw,
-                   "Write what the filter's pin delivers to OUT (a plain writer needs PrefDemux 0 or 3)")
-      ->type_name("OUT")
-      ->required();
+  CLI::Option* outOption =
+      playCommand
+          ->add_option("--out", play.out,
+                       "Demultiplex into DIR: one file per stream the filter wires (video.m2v, audio.mp2, ...)")
+          ->type_name("DIR");
+  CLI::Option* rawOption =
+      playCommand
+          ->add_option("--raw", play.raw,
+                       "Write what the filter's pin delivers to OUT (a plain writer needs PrefDemux 0 or 3)")
+          ->type_name("OUT");
+  outOption->excludes(rawOption);
   playCommand->add_option("--start", play.start, "Start at S seconds (a seek by proportion of the file)")
       ->type_name("S")
       ->check(CLI::NonNegativeNumber);
@@ -51,6 +57,21 @@ int main(int argc, char** argv) {
   playCommand->add_option("--rate", play.rate, "Playback rate; the sample times are divided by it")
       ->type_name("R")
       ->check(CLI::PositiveNumber);
+  long audioTrack = -1;
+  CLI::Option* audioOption =
+      playCommand
+          ->add_option("--audio", audioTrack,
+                       "With --out: switch to audio track N once the filter allows it (from packet 30000)")
+          ->type_name("N")
+          ->check(CLI::NonNegativeNumber)
+          ->needs(outOption);
+  bool answerYes = false;
+  bool answerNo = false;
+  CLI::Option* yesOption =
+      playCommand->add_flag("--yes", answerYes, "Answer Yes when the filter asks to change its audio kind");
+  CLI::Option* noOption =
+      playCommand->add_flag("--no", answerNo, "Answer No when the filter asks (the default off a terminal)");
+  yesOption->excludes(noOption);
   std::vector<std::string> seekAt;
   playCommand
       ->add_option("--seek-at", seekAt, "T:S - when the position reaches T seconds, seek to S (repeatable)")
@@ -89,6 +110,13 @@ int main(int argc, char** argv) {
   if (infoCommand->parsed()) return RunInfo(info, std::cout, std::cerr);
   if (queryCommand->parsed()) return RunQuery(query, std::cout, std::cerr);
   if (playCommand->parsed()) {
+    if (outOption->count() + rawOption->count() != 1) {
+      std::cerr << "brindlet: play needs one of --out DIR or --raw OUT\n";
+      return kExitUsage;
+    }
+    if (audioOption->count() > 0) play.audio = audioTrack;
+    if (answerYes) play.answer = true;
+    if (answerNo) play.answer = false;
     for (const std::string& text : seekAt) {
       std::pair<double, double> seek;
       if (ParseSeekAt(text, &seek)) play.seekAt.push_back(seek);

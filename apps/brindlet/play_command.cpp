@@ -1,14 +1,22 @@
 #include "apps/brindlet/play_command.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <iostream>
 
 #include "apps/brindlet/query_command.h"
 #include "apps/brindlet/source_session.h"
 #include "control/settings_store.h"
 #include "platform/codepage.h"
+#include "platform/com_memory.h"
 #include "platform/control.h"
+#include "platform/messages.h"
+#include "platform/mpeg2_demux.h"
 #include "platform/objbase.h"
 #include "platform/sink_filters.h"
 
@@ -132,13 +140,171 @@ bool ApplyPositions(const PlayOptions& options, IMediaSeeking* seeking, std::ost
 
 }  // namespace
 
-int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bool showProgress) {
-  if (options.file.empty() || options.raw.empty()) {
-    err << "brindlet: play needs FILE and --raw OUT\n";
-    return kExitUsage;
+namespace {
+
+// The filter refuses a change of audio track while its pin stands in the
+// file's first 30000 packets.
+constexpr std::uint64_t kFirstSwitchPacket = 30000;
+constexpr std::uint64_t kPacketBytes = 188;
+
+// Subtypes of the filter's own media types, by their well-known values; the
+// tool reaches the filter only through the module, so it keeps its own copy.
+constexpr GUID kSubtypeAvc1 = MakeGuid(0x31435641, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
+constexpr GUID kSubtypeMpeg1AudioPayload =
+    MakeGuid(0x00000050, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
+constexpr GUID kSubtypeAac = MakeGuid(0xAACE71A1, 0x8259, 0x4250, 0x85, 0x83, 0x49, 0x61, 0x3A, 0xF3, 0x1C, 0x93);
+
+void FreeMediaType(AM_MEDIA_TYPE* type) {
+  if (type->pbFormat != nullptr) CoTaskMemFree(type->pbFormat);
+  if (type->pUnk != nullptr) type->pUnk->Release();
+  type->pbFormat = nullptr;
+  type->pUnk = nullptr;
+  type->cbFormat = 0;
+}
+
+std::string ExtensionFor(REFGUID subtype) {
+  if (subtype == MEDIASUBTYPE_MPEG2_VIDEO) return ".m2v";
+  if (subtype == kSubtypeAvc1) return ".h264";
+  if (subtype == kSubtypeMpeg1AudioPayload) return ".mp2";
+  if (subtype == MEDIASUBTYPE_DOLBY_AC3) return ".ac3";
+  if (subtype == kSubtypeAac) return ".aac";
+  return ".bin";
+}
+
+// "H.264" gives "h264": a name that needs no quoting and no second dot.
+std::string FileStem(const std::string& pinName) {
+  std::string stem;
+  for (const char c : pinName) {
+    if (c == '.') continue;
+    stem += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
   }
-  CSourceSession session(options.file, err);
-  if (!session.Ok()) return kExitFailure;
+  return stem.empty() ? "stream" : stem;
+}
+
+std::vector<ComPtr<IPin>> OutputPins(IBaseFilter* filter) {
+  std::vector<ComPtr<IPin>> found;
+  ComPtr<IEnumPins> pins;
+  if (FAILED(filter->EnumPins(pins.PutAddress())) || !pins) return found;
+  for (;;) {
+    IPin* raw = nullptr;
+    ULONG fetched = 0;
+    if (pins->Next(1, &raw, &fetched) != S_OK || fetched != 1 || raw == nullptr) return found;
+    ComPtr<IPin> pin = ComPtr<IPin>::Attach(raw);
+    PIN_DIRECTION direction = PINDIR_INPUT;
+    if (SUCCEEDED(pin->QueryDirection(&direction)) && direction == PINDIR_OUTPUT) found.push_back(pin);
+  }
+}
+
+std::string PinName(IPin* pin) {
+  PIN_INFO info{};
+  if (FAILED(pin->QueryPinInfo(&info))) return {};
+  if (info.pFilter != nullptr) info.pFilter->Release();
+  return WideToAnsi(info.achName);
+}
+
+// "PID 0x0100", or "no PID" for a pin that the filter left unmapped.
+std::string MappedPids(IPin* pin) {
+  ComPtr<IMPEG2PIDMap> map;
+  ComPtr<IEnumPIDMap> entries;
+  // PutVoid stores the pointer at the end of the statement, so it is looked
+  // at in the next one.
+  pin->QueryInterface(IID_IMPEG2PIDMap, map.PutVoid());
+  if (!map || FAILED(map->EnumPIDMap(entries.PutAddress())) || !entries) return "no PID map";
+  std::string text;
+  PID_MAP entry{};
+  ULONG received = 0;
+  while (entries->Next(1, &entry, &received) == S_OK && received == 1) {
+    char pid[16];
+    std::snprintf(pid, sizeof pid, "0x%04X", static_cast<unsigned>(entry.ulPID));
+    text += (text.empty() ? "PID " : ", ") + std::string(pid);
+    // What a filter that found no stream for the pin maps.
+    if (entry.ulPID == 0) text += " (the PAT)";
+  }
+  return text.empty() ? "no PID" : text;
+}
+
+struct StreamWriter {
+  std::string pinName;
+  std::string pids;  // what the filter mapped to the pin, for the reports
+  std::filesystem::path file;
+  ComPtr<IBaseFilter> filter;
+  ComPtr<IStreamSinkControl> counts;
+};
+
+// Runs the graph to the end of the stream, with the seeks of --seek-at.
+// `onSlice` runs after each wait that ended without an event; `quick` asks
+// for short waits while something waits for its moment. Gives the failure,
+// empty for a clean end.
+std::string RunToEnd(IMediaEvent* events, IMediaSeeking* seeking, std::vector<std::pair<double, double>> seeks,
+                     const std::function<bool()>& quick, const std::function<void()>& onSlice,
+                     std::ostream& err) {
+  std::sort(seeks.begin(), seeks.end());
+  std::size_t nextSeek = 0;
+  std::string failure;
+  for (;;) {
+    LONG code = 0;
+    LONG_PTR param1 = 0;
+    LONG_PTR param2 = 0;
+    const bool seekPending = nextSeek < seeks.size() && seeking != nullptr;
+    const HRESULT hr = events->GetEvent(&code, &param1, &param2, seekPending || quick() ? kSeekSliceMs : kWaitSliceMs);
+    if (hr == E_ABORT) {
+      LONGLONG position = 0;
+      if (seekPending && SUCCEEDED(seeking->GetCurrentPosition(&position)) &&
+          position >= ToUnits(seeks[nextSeek].first)) {
+        // The worker is running: the seek flushes it and sends it on.
+        LONGLONG target = ToUnits(seeks[nextSeek].second);
+        seeking->SetPositions(&target, AM_SEEKING_AbsolutePositioning, nullptr, 0);
+        ++nextSeek;
+      }
+      onSlice();
+      continue;
+    }
+    if (FAILED(hr)) {
+      failure = "the graph stopped before the end of the stream (" + Hex(hr) + ")";
+      break;
+    }
+    events->FreeEventParams(code, param1, param2);
+    const auto result = static_cast<HRESULT>(param1);
+    if (code == EC_COMPLETE) {
+      if (FAILED(result)) failure = "playback ended with " + DescribeResult(result);
+      break;
+    }
+    if (code == EC_ERRORABORT) {
+      failure = "playback aborted: " + DescribeResult(result);
+      break;
+    }
+    if (code == EC_USERABORT) {
+      failure = "playback aborted by the user";
+      break;
+    }
+  }
+  if (failure.empty()) {
+    for (std::size_t i = nextSeek; i < seeks.size(); ++i) {
+      err << "brindlet: note: the stream ended before the position " << seeks[i].first << " s of --seek-at\n";
+    }
+  }
+  return failure;
+}
+
+struct GraphControls {
+  ComPtr<IMediaControl> control;
+  ComPtr<IMediaEvent> events;
+  ComPtr<IMediaSeeking> seeking;  // may stay empty
+};
+
+bool GetControls(IFilterGraph* graph, GraphControls* controls, std::ostream& err) {
+  graph->QueryInterface(IID_IMediaControl, controls->control.PutVoid());
+  graph->QueryInterface(IID_IMediaEvent, controls->events.PutVoid());
+  graph->QueryInterface(IID_IMediaSeeking, controls->seeking.PutVoid());
+  if (!controls->control || !controls->events) {
+    err << "brindlet: the filter graph cannot be run\n";
+    return false;
+  }
+  return true;
+}
+
+int PlayRaw(const PlayOptions& options, CSourceSession& session, std::ostream& out, std::ostream& err,
+            bool showProgress) {
   IFilterGraph* graph = session.Graph();
 
   ComPtr<IBaseFilter> writer;
@@ -180,86 +346,363 @@ int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bo
     return kExitFailure;
   }
 
-  ComPtr<IMediaControl> control;
-  ComPtr<IMediaEvent> events;
-  ComPtr<IMediaSeeking> seeking;  // only for the progress line; may stay empty
-  graph->QueryInterface(IID_IMediaControl, control.PutVoid());
-  graph->QueryInterface(IID_IMediaEvent, events.PutVoid());
-  graph->QueryInterface(IID_IMediaSeeking, seeking.PutVoid());
-  if (!control || !events) {
-    err << "brindlet: the filter graph cannot be run\n";
-    return kExitFailure;
-  }
-
-  if (!ApplyPositions(options, seeking.Get(), err)) return kExitFailure;
-  std::vector<std::pair<double, double>> seeks = options.seekAt;
-  std::sort(seeks.begin(), seeks.end());
-  std::size_t nextSeek = 0;
+  GraphControls controls;
+  if (!GetControls(graph, &controls, err)) return kExitFailure;
+  if (!ApplyPositions(options, controls.seeking.Get(), err)) return kExitFailure;
 
   const auto started = std::chrono::steady_clock::now();
-  hr = control->Run();
+  hr = controls.control->Run();
   if (FAILED(hr)) {
     // The writer creates its file on the way to running, so this is as a
     // rule an output that cannot be written.
     err << "brindlet: cannot start playing into " << options.raw << ": " << DescribeResult(hr) << "\n";
-    control->Stop();
+    controls.control->Stop();
     return kExitFailure;
   }
-
-  // GetEvent rather than WaitForCompletion: the ending event's parameter is
-  // the error that an abort or a failed completion carries.
-  std::string failure;
-  for (;;) {
-    LONG code = 0;
-    LONG_PTR param1 = 0;
-    LONG_PTR param2 = 0;
-    const bool seekPending = nextSeek < seeks.size() && seeking;
-    hr = events->GetEvent(&code, &param1, &param2, seekPending ? kSeekSliceMs : kWaitSliceMs);
-    if (hr == E_ABORT) {
-      LONGLONG position = 0;
-      if (seekPending && SUCCEEDED(seeking->GetCurrentPosition(&position)) &&
-          position >= ToUnits(seeks[nextSeek].first)) {
-        // The worker is running: the seek flushes it and sends it on.
-        LONGLONG target = ToUnits(seeks[nextSeek].second);
-        seeking->SetPositions(&target, AM_SEEKING_AbsolutePositioning, nullptr, 0);
-        ++nextSeek;
-      }
-      if (showProgress) ShowProgress(err, counts.Get(), seeking.Get());
-      continue;
-    }
-    if (FAILED(hr)) {
-      failure = "the graph stopped before the end of the stream (" + Hex(hr) + ")";
-      break;
-    }
-    events->FreeEventParams(code, param1, param2);
-    const auto result = static_cast<HRESULT>(param1);
-    if (code == EC_COMPLETE) {
-      if (FAILED(result)) failure = "playback ended with " + DescribeResult(result);
-      break;
-    }
-    if (code == EC_ERRORABORT) {
-      failure = "playback aborted: " + DescribeResult(result);
-      break;
-    }
-    if (code == EC_USERABORT) {
-      failure = "playback aborted by the user";
-      break;
-    }
-  }
-  const double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-  control->Stop();
+  const std::string failure = RunToEnd(
+      controls.events.Get(), controls.seeking.Get(), options.seekAt, [] { return false; },
+      [&] {
+        if (showProgress) ShowProgress(err, counts.Get(), controls.seeking.Get());
+      },
+      err);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  controls.control->Stop();
   if (showProgress) ClearProgress(err);
 
   if (!failure.empty()) {
     err << "brindlet: " << failure << "\n";
     return kExitFailure;
   }
-  for (std::size_t i = nextSeek; i < seeks.size(); ++i) {
-    err << "brindlet: note: the stream ended before the position " << seeks[i].first << " s of --seek-at\n";
-  }
   LONGLONG bytes = 0;
   const LONGLONG samples = SamplesWritten(counts.Get(), &bytes);
   out << Summary(samples, bytes, seconds) << "\n";
   return kExitOk;
+}
+
+// The message box of a change of audio kind, as the command line shows it:
+// on stderr, answered by --yes/--no, by the user on a terminal, else No.
+// Installed for the run and taken out again at its end.
+class CConsoleQuestion {
+ public:
+  CConsoleQuestion(std::optional<bool> answer, std::ostream& err, std::function<void()> beforePrint)
+      : m_Answer(answer), m_Err(err), m_BeforePrint(std::move(beforePrint)) {
+    m_Previous = SetMessageBoxHandler([this](const char* text, const char* caption, UINT type) {
+      return Show(text, caption, type);
+    });
+  }
+  ~CConsoleQuestion() { SetMessageBoxHandler(m_Previous); }
+  CConsoleQuestion(const CConsoleQuestion&) = delete;
+  CConsoleQuestion& operator=(const CConsoleQuestion&) = delete;
+
+  int Shown() const { return m_Shown; }
+  bool AnsweredYes() const { return m_Yes; }
+
+ private:
+  int Show(const char* text, const char* caption, UINT type) {
+    ++m_Shown;
+    m_BeforePrint();
+    // One line, as every message of the tool: the box's blank lines go.
+    std::string line = std::string(caption) + ": ";
+    bool gap = false;
+    for (const char* c = text; *c != '\0'; ++c) {
+      if (*c == '\n' || *c == '\r') {
+        gap = true;
+        continue;
+      }
+      if (gap) line += ' ';
+      gap = false;
+      line += *c;
+    }
+    m_Err << line << "\n" << std::flush;
+    const UINT buttons = type & MB_TYPEMASK;
+    if (buttons != MB_YESNO && buttons != MB_YESNOCANCEL) return buttons == MB_OK || buttons == MB_OKCANCEL ? IDOK : IDCANCEL;
+    bool yes = false;
+    if (m_Answer) {
+      yes = *m_Answer;
+    } else if (isatty(STDIN_FILENO) != 0) {
+      for (;;) {
+        m_Err << "Yes or No? (y/n) " << std::flush;
+        std::string reply;
+        if (!std::getline(std::cin, reply)) break;
+        if (reply == "y" || reply == "Y" || reply == "yes") {
+          yes = true;
+          break;
+        }
+        if (reply == "n" || reply == "N" || reply == "no") break;
+      }
+    }
+    m_Yes = yes;
+    return yes ? IDYES : IDNO;
+  }
+
+  std::optional<bool> m_Answer;
+  std::ostream& m_Err;
+  std::function<void()> m_BeforePrint;
+  MessageBoxHandler m_Previous;
+  int m_Shown = 0;
+  bool m_Yes = false;
+};
+
+std::string TrackLabel(IAMStreamSelect* select, LONG index) {
+  LPWSTR name = nullptr;
+  if (FAILED(select->Info(index, nullptr, nullptr, nullptr, nullptr, &name, nullptr, nullptr)) || name == nullptr) {
+    return {};
+  }
+  std::string label = WideToAnsi(name);
+  CoTaskMemFree(name);
+  while (!label.empty() && label.back() == ' ') label.pop_back();
+  return label;
+}
+
+// The switch of --audio: tried while playing, from about the time of packet
+// 30000 on, until the filter takes it or says why not.
+struct AudioSwitch {
+  LONG index = 0;
+  LONGLONG from = 0;  // position from which Enable is tried
+  bool pending = false;
+  bool done = false;
+  HRESULT last = S_OK;
+  LONGLONG at = 0;  // the position when it was made
+};
+
+int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& out, std::ostream& err,
+            bool showProgress) {
+  IFilterGraph* graph = session.Graph();
+  const std::filesystem::path dir(options.out);
+  std::error_code error;
+  std::filesystem::create_directories(dir, error);
+  if (!std::filesystem::is_directory(dir, error)) {
+    err << "brindlet: cannot make the folder " << options.out << "\n";
+    return kExitFailure;
+  }
+
+  ComPtr<IAMStreamSelect> select;
+  AudioSwitch audio;
+  if (options.audio) {
+    DWORD tracks = 0;
+    HRESULT hr = session.Filter()->QueryInterface(IID_IAMStreamSelect, select.PutVoid());
+    if (SUCCEEDED(hr)) hr = select ? select->Count(&tracks) : E_NOINTERFACE;
+    if (FAILED(hr)) {
+      err << "brindlet: the filter offers no audio track selection: " << DescribeResult(hr) << "\n";
+      return kExitFailure;
+    }
+    if (*options.audio >= static_cast<long>(tracks)) {
+      err << "brindlet: --audio " << *options.audio << ": the file has "
+          << (tracks == 0 ? std::string("no audio track") : std::to_string(tracks) + " audio track(s), 0 to " +
+                                                                 std::to_string(tracks - 1))
+          << "\n";
+      return kExitFailure;
+    }
+    audio.index = static_cast<LONG>(*options.audio);
+    audio.pending = true;
+  }
+
+  ComPtr<IBaseFilter> demux;
+  HRESULT hr = CoCreateInstance(CLSID_MPEG2Demultiplexer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                demux.PutVoid());
+  if (SUCCEEDED(hr)) hr = graph->AddFilter(demux.Get(), L"MPEG-2 Demultiplexer");
+  if (FAILED(hr)) {
+    err << "brindlet: cannot set up the MPEG-2 demultiplexer: " << DescribeResult(hr) << "\n";
+    return kExitFailure;
+  }
+  const ComPtr<IPin> output = FirstPin(session.Filter(), PINDIR_OUTPUT);
+  const ComPtr<IPin> input = FirstPin(demux.Get(), PINDIR_INPUT);
+  if (!output || !input) {
+    err << "brindlet: the " << (output ? "demultiplexer has no input pin" : "filter has no output pin") << "\n";
+    return kExitFailure;
+  }
+  DWORD prefDemux = 1;
+  ReadSettingDword("PrefDemux", &prefDemux);
+  // The filter wires the demultiplexer as part of this connection: its
+  // output pins appear, with the filter's media types and PID maps.
+  hr = graph->ConnectDirect(output.Get(), input.Get(), nullptr);
+  if (FAILED(hr)) {
+    err << "brindlet: the filter could not wire the demultiplexer for " << options.file << " (PrefDemux "
+        << prefDemux << " fails the connection with it): " << DescribeResult(hr) << "\n";
+    return kExitFailure;
+  }
+
+  std::vector<StreamWriter> writers;
+  for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
+    StreamWriter writer;
+    writer.pinName = PinName(pin.Get());
+    writer.pids = MappedPids(pin.Get());
+    ComPtr<IFileSinkFilter> sink;
+    ComPtr<IPin> writerInput;
+    hr = CoCreateInstance(CLSID_StreamFileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                          writer.filter.PutVoid());
+    if (SUCCEEDED(hr)) hr = writer.filter->QueryInterface(IID_IFileSinkFilter, sink.PutVoid());
+    if (SUCCEEDED(hr)) hr = writer.filter->QueryInterface(IID_IStreamSinkControl, writer.counts.PutVoid());
+    if (SUCCEEDED(hr)) hr = writer.counts->SetAcceptAnyType(TRUE);
+    if (SUCCEEDED(hr)) hr = graph->AddFilter(writer.filter.Get(), AnsiToWide("Writer " + writer.pinName).c_str());
+    if (FAILED(hr)) {
+      err << "brindlet: cannot set up a file writer for the pin " << writer.pinName << ": " << DescribeResult(hr)
+          << "\n";
+      return kExitFailure;
+    }
+    writerInput = FirstPin(writer.filter.Get(), PINDIR_INPUT);
+    hr = writerInput ? graph->ConnectDirect(pin.Get(), writerInput.Get(), nullptr) : E_FAIL;
+    AM_MEDIA_TYPE type{};
+    if (SUCCEEDED(hr)) hr = pin->ConnectionMediaType(&type);
+    if (FAILED(hr)) {
+      err << "brindlet: cannot connect the demultiplexer's pin " << writer.pinName << " to a file writer: "
+          << DescribeResult(hr) << "\n";
+      return kExitFailure;
+    }
+    writer.file = dir / (FileStem(writer.pinName) + ExtensionFor(type.subtype));
+    FreeMediaType(&type);
+    hr = sink->SetFileName(AnsiToWide(writer.file.string()).c_str(), nullptr);
+    if (FAILED(hr)) {
+      err << "brindlet: cannot write " << writer.file.string() << ": " << DescribeResult(hr) << "\n";
+      return kExitFailure;
+    }
+    writers.push_back(std::move(writer));
+  }
+  if (writers.empty()) {
+    err << "brindlet: the filter connected to the demultiplexer but made no output pins on it (PrefDemux "
+        << prefDemux << " lets the connection stand when the wiring fails)\n";
+    return kExitFailure;
+  }
+
+  GraphControls controls;
+  if (!GetControls(graph, &controls, err)) return kExitFailure;
+  if (!ApplyPositions(options, controls.seeking.Get(), err)) return kExitFailure;
+
+  if (audio.pending) {
+    // The position runs by the PTS or by the share of the file, so the time
+    // of packet 30000 is only an estimate: start a little early, as a refused
+    // try costs nothing.
+    LONGLONG duration = 0;
+    const auto bytes = std::filesystem::file_size(options.file, error);
+    if (!error && controls.seeking && SUCCEEDED(controls.seeking->GetDuration(&duration)) && duration > 0 &&
+        bytes >= kPacketBytes) {
+      const double share = static_cast<double>(kFirstSwitchPacket) / static_cast<double>(bytes / kPacketBytes);
+      audio.from = static_cast<LONGLONG>(static_cast<double>(duration) * share * 0.9);
+    }
+  }
+
+  auto totalSamples = [&] {
+    LONGLONG total = 0;
+    for (const StreamWriter& writer : writers) total += SamplesWritten(writer.counts.Get(), nullptr);
+    return total;
+  };
+  auto progress = [&] {
+    LONGLONG position = 0;
+    if (!controls.seeking || FAILED(controls.seeking->GetCurrentPosition(&position))) position = 0;
+    char line[96];
+    std::snprintf(line, sizeof line, "\r%lld samples written, at %.1f s\x1b[K", static_cast<long long>(totalSamples()),
+                  static_cast<double>(position) / kUnitsPerSecond);
+    err << line << std::flush;
+  };
+  CConsoleQuestion question(options.answer, err, [&] {
+    if (showProgress) ClearProgress(err);
+  });
+  auto trySwitch = [&] {
+    LONGLONG position = 0;
+    if (!controls.seeking || FAILED(controls.seeking->GetCurrentPosition(&position))) position = 0;
+    if (position < audio.from) return;
+    const int shownBefore = question.Shown();
+    audio.last = select->Enable(audio.index, AMSTREAMSELECTENABLE_ENABLE);
+    if (SUCCEEDED(audio.last)) {
+      audio.done = true;
+      audio.at = position;
+      audio.pending = false;
+    } else if (audio.last != E_INVALIDARG || question.Shown() != shownBefore) {
+      // Refused for good: another kind of track (the filter has asked), or
+      // an answer that no later try changes.
+      audio.pending = false;
+    }
+  };
+
+  const auto started = std::chrono::steady_clock::now();
+  hr = controls.control->Run();
+  if (FAILED(hr)) {
+    err << "brindlet: cannot start playing into " << options.out << ": " << DescribeResult(hr) << "\n";
+    controls.control->Stop();
+    return kExitFailure;
+  }
+  const std::string failure = RunToEnd(
+      controls.events.Get(), controls.seeking.Get(), options.seekAt, [&] { return audio.pending; },
+      [&] {
+        if (audio.pending) trySwitch();
+        if (showProgress) progress();
+      },
+      err);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  controls.control->Stop();
+  if (showProgress) ClearProgress(err);
+
+  if (!failure.empty()) {
+    err << "brindlet: " << failure << "\n";
+    return kExitFailure;
+  }
+
+  LONGLONG allSamples = 0;
+  LONGLONG allBytes = 0;
+  std::string silent;  // the pins that delivered nothing, with their PIDs
+  for (const StreamWriter& writer : writers) {
+    LONGLONG bytes = 0;
+    const LONGLONG samples = SamplesWritten(writer.counts.Get(), &bytes);
+    allSamples += samples;
+    allBytes += bytes;
+    out << writer.pinName << ": " << writer.file.string() << ", " << writer.pids << ", " << samples << " samples, "
+        << bytes << " bytes\n";
+    if (bytes == 0) silent += (silent.empty() ? "" : "; ") + writer.pinName + " (" + writer.pids + ")";
+  }
+  out << writers.size() << " streams, " << allSamples << " samples, " << allBytes << " bytes, "
+      << [&] {
+           char text[32];
+           std::snprintf(text, sizeof text, "%.2f s", seconds);
+           return std::string(text);
+         }()
+      << "\n";
+
+  int status = kExitOk;
+  if (options.audio) {
+    const std::string label = TrackLabel(select.Get(), audio.index);
+    if (audio.done) {
+      char at[32];
+      std::snprintf(at, sizeof at, "%.2f s", static_cast<double>(audio.at) / kUnitsPerSecond);
+      out << "audio track " << audio.index << " (" << label << ") enabled at " << at << "\n";
+    } else if (question.Shown() > 0) {
+      err << "brindlet: --audio " << audio.index << ": " << label
+          << " needs another media type, which a running graph cannot change"
+          << (question.AnsweredYes() ? "; the filter takes the other kind the next time a file is played"
+                                     : "; the answer was No")
+          << "\n";
+      status = kExitFailure;
+    } else if (audio.last == E_INVALIDARG || audio.last == S_OK) {
+      err << "brindlet: --audio " << audio.index << ": the stream ended before the filter allowed a change of "
+             "track (it allows one from packet 30000 on)\n";
+      status = kExitFailure;
+    } else {
+      err << "brindlet: --audio " << audio.index << ": the filter refused the track: " << DescribeResult(audio.last)
+          << "\n";
+      status = kExitFailure;
+    }
+  }
+  if (allBytes == 0) {
+    err << "brindlet: nothing was written: the filter wired the demultiplexer, but no payload reached "
+        << silent << "\n";
+    return kExitFailure;
+  }
+  if (!silent.empty()) err << "brindlet: note: nothing reached " << silent << "\n";
+  return status;
+}
+
+}  // namespace
+
+int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bool showProgress) {
+  if (options.file.empty() || options.out.empty() == options.raw.empty()) {
+    err << "brindlet: play needs FILE and one of --out DIR or --raw OUT\n";
+    return kExitUsage;
+  }
+  if (options.audio && (options.out.empty() || *options.audio < 0)) {
+    err << "brindlet: --audio needs --out and a track number from 0\n";
+    return kExitUsage;
+  }
+  CSourceSession session(options.file, err);
+  if (!session.Ok()) return kExitFailure;
+  return options.out.empty() ? PlayRaw(options, session, out, err, showProgress)
+                             : PlayOut(options, session, out, err, showProgress);
 }

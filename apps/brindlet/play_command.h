@@ -1,6 +1,7 @@
-// `brindlet play FILE --raw OUT`: runs the filter in a graph to the end of the
-// stream, with the platform's stream file writer behind its pin, and reports
-// what was delivered and how fast.
+// `brindlet play FILE --out DIR | --raw OUT`: runs the filter in a graph to
+// the end of the stream, with the platform's demultiplexer and one stream file
+// writer per stream behind it (or one writer straight behind its pin), and
+// reports what was delivered and how fast.
 #pragma once
 
 #include <optional>
@@ -11,6 +12,10 @@
 
 struct PlayOptions {
   std::string file;
+  // The player's graph: the demultiplexer behind the pin, wired by the filter
+  // itself, and each of its output pins into a file of this folder, named
+  // after the pin. Exactly one of `out` and `raw` is given.
+  std::string out;
   // What the pin delivers, as it leaves the pin, goes to this one file. No
   // demultiplexer: the setting PrefDemux decides whether the pin takes a
   // plain writer (0) and what it sends (3: the video elementary stream).
@@ -23,6 +28,12 @@ struct PlayOptions {
   // (T, S): once the position reported reaches T seconds, seek to S, while
   // the worker delivers.
   std::vector<std::pair<double, double>> seekAt;
+  // With `out`: the audio track to switch to, through the filter's stream
+  // selection, as soon as the filter allows it while playing.
+  std::optional<long> audio;
+  // The answer to the filter's question when the switch needs another media
+  // type; unset: ask on a terminal, else No.
+  std::optional<bool> answer;
 };
 
 // "T:S" in seconds; false for anything else.
