@@ -59,7 +59,9 @@ class ComPtr {
 
   // For QueryInterface-style void** out-parameters. Writing a T* through a
   // void** would alias two pointer types, so the callee writes into a void*
-  // that is converted back when the full expression ends.
+  // that is converted back when the full expression ends. The holder is
+  // therefore still empty inside that expression: test it in the next
+  // statement, not in `FAILED(QueryInterface(..., p.PutVoid())) || !p`.
   class VoidOut {
    public:
     explicit VoidOut(ComPtr& owner) noexcept : owner_(owner) {}
