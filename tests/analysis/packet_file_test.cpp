@@ -191,12 +191,6 @@ TEST_F(PacketFileTest, StreamSizeFollowsLimitAndGrowth) {
   EXPECT_EQ(m_File.GetStreamSize(), 1880u);
 }
 
-TEST_F(PacketFileTest, BufferTooSmallForCountIsRefused) {
-  CPacketFile& file = Open(NumberedPackets(10));
-  auto buffer = Buffer(5);
-  EXPECT_EQ(file.ReadPackets(buffer, 0, 10, nullptr), E_INVALIDARG);
-}
-
 TEST(PacketFileClosed, ReadFailsWithTheErrorAsResultAndSizeIsZero) {
   CPacketFile file;
   std::vector<std::uint8_t> buffer(kPacketSize * 2);

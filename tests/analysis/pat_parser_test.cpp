@@ -112,18 +112,6 @@ TEST_F(PatFixture, RepeatedProgramUpdatesPmtPidAndKeepsNameAndStreams) {
   EXPECT_EQ(PmtPid(2), 0x200u);
 }
 
-TEST_F(PatFixture, BothSectionsOfATwoSectionPatAreTaken) {
-  const Bytes first = tsw::Section(0x00, 1, 0, Bytes{0x00, 0x01, 0xE1, 0x00}, 0, 1);
-  const Bytes second = tsw::Section(0x00, 1, 0, Bytes{0x00, 0x02, 0xE2, 0x00}, 1, 1);
-  EXPECT_EQ(Offer(first), 1);
-  EXPECT_EQ(Offer(second), 1);
-  EXPECT_EQ(PmtPid(1), 0x100u);
-  EXPECT_EQ(PmtPid(2), 0x200u);
-  EXPECT_EQ(pat.Log().section_count, 2);
-  EXPECT_EQ(pat.Log().section_numbers[0], 0u);
-  EXPECT_EQ(pat.Log().section_numbers[1], 1u);
-}
-
 TEST_F(PatFixture, SixHundredProgramsAcrossSectionsKeepTheFirstFiveHundred) {
   // 40 rows fill a packet's section; fifteen sections list 600 programs.
   for (std::uint16_t s = 0; s < 15; ++s) {

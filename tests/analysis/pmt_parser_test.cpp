@@ -164,24 +164,6 @@ TEST_F(PmtFixture, LongSectionIsCutTo180AndRowsFrom179OnDoNotExist) {
   }
 }
 
-TEST_F(PmtFixture, ProgramDescriptorsAreSkippedAndCanLeaveNoRoomForRows) {
-  // Program descriptors that hold what would read as a stream row.
-  const Bytes info = {0x80, 0x05, 0x03, 0xE1, 0x55, 0xF0, 0x00};
-  Bytes body = {0xE1, 0x01, 0xF0, static_cast<std::uint8_t>(info.size())};
-  body.insert(body.end(), info.begin(), info.end());
-  body.insert(body.end(), {0x02, 0xE1, 0x23, 0xF0, 0x00});
-  ASSERT_EQ(Offer(tsw::Section(0x02, 1, 0, body)), 1);
-  ASSERT_EQ(Program(1).stream_count, 1u);
-  EXPECT_EQ(Program(1).pmt.streams[0].pid, 0x123u);
-  EXPECT_EQ(Program(1).pmt.program_info_length, info.size());
-
-  // Rows would begin at 179: the section is taken with none.
-  Bytes crowded = tsw::Section(
-      0x02, 2, 0, Cat({Bytes{0xE2, 0x01, 0xF0, 167}, Padding(167), Bytes{0x02, 0xE2, 0x01, 0xF0, 0x00}}));
-  ASSERT_EQ(Offer(crowded), 1);
-  EXPECT_EQ(Program(2).stream_count, 0u);
-}
-
 TEST(ParsePmt, LanguageIsTheDescriptorPayloadLessItsLastByte) {
   struct Case {
     const char* name;

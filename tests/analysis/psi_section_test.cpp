@@ -61,22 +61,6 @@ Bytes Header(std::uint16_t sectionLength, std::uint8_t sectionNumber = 0, std::u
           lastSectionNumber};
 }
 
-TEST(ReadSectionHeader, ReadsEachFieldAndMarksShortHeaders) {
-  const SectionHeader h = ReadSectionHeader(Header(0x3FD, 2, 7));
-  EXPECT_TRUE(h.complete);
-  EXPECT_EQ(h.table_id, 2u);
-  EXPECT_EQ(h.section_syntax_indicator, 1u);
-  EXPECT_EQ(h.section_length, 0x3FDu);
-  EXPECT_EQ(h.id_extension, 0x1234u);
-  EXPECT_EQ(h.version_number, 5u);
-  EXPECT_EQ(h.current_next_indicator, 1u);
-  EXPECT_EQ(h.section_number, 2u);
-  EXPECT_EQ(h.last_section_number, 7u);
-
-  const Bytes cut = Header(100);
-  EXPECT_FALSE(ReadSectionHeader(std::span(cut).first(7)).complete);
-}
-
 TEST(PassesCommonSectionTest, EachLimitAtItsValueAndOnePast) {
   struct Case {
     const char* name;
@@ -97,20 +81,6 @@ TEST(PassesCommonSectionTest, EachLimitAtItsValueAndOnePast) {
   for (const Case& c : cases) {
     EXPECT_EQ(PassesCommonSectionTest(ReadSectionHeader(c.header)), c.passes) << c.name;
   }
-}
-
-TEST(CSectionReader, ReadsBehindTheEndAsZeroAndNeverWraps) {
-  const Bytes bytes = {0xE1, 0x23, 0xFA, 0xBC};
-  const CSectionReader r(bytes);
-  EXPECT_EQ(r.Pid(0), 0x0123);
-  EXPECT_EQ(r.Length12(2), 0x0ABC);
-  EXPECT_EQ(r.U16(3), 0xBC00);  // second byte missing
-  EXPECT_EQ(r.U8(4), 0);
-  EXPECT_TRUE(r.Has(4, 0));
-  EXPECT_FALSE(r.Has(5, 0));
-  EXPECT_FALSE(r.Has(2, 3));
-  EXPECT_FALSE(r.Has(1, std::numeric_limits<std::size_t>::max()));
-  EXPECT_EQ(r.U8(std::numeric_limits<std::size_t>::max()), 0);
 }
 
 }  // namespace

@@ -150,12 +150,4 @@ TEST_F(SdtFixture, LengthsThatClaimTooMuchAreBounded) {
   }
 }
 
-TEST(CSdtParser, NamesBeforeThePatFindNoEntry) {
-  auto table = std::make_unique<CProgramTable>();
-  CSdtParser sdt(*table);
-  const Bytes section = tsw::SdtSection(1, 0, {{1, tsw::ServiceDescriptor("", "Early")}});
-  EXPECT_EQ(sdt.OfferSection(section, section.size()), 1);
-  EXPECT_EQ(table->Count(), 0);
-}
-
 }  // namespace

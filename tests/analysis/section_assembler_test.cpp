@@ -129,14 +129,4 @@ TEST_F(SdtPath, LostPacketShowsAsAWrongCrcAndTheNextRepeatIsRead) {
   EXPECT_EQ(Name(), "Short");
 }
 
-TEST_F(SdtPath, ReleaseEndsAGatheringAndIsHarmlessWhenIdle) {
-  assembler.ReleaseSection();
-  const std::vector<tsw::Packet> packets = tsw::SectionPackets(kSdtPid, SdtOfTotalLength(400));
-  ASSERT_EQ(Feed(packets[0]), kAppended);
-  assembler.ReleaseSection();
-  EXPECT_FALSE(assembler.Gathering());
-  EXPECT_EQ(FeedAll(packets), (std::vector<int>{kAppended, kAppended, 1}));
-  EXPECT_EQ(Name(), "Long");
-}
-
 }  // namespace

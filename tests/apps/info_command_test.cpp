@@ -376,49 +376,6 @@ TEST_F(InfoCommandTest, HostileNameAndLanguageStayValidJsonAndInertText) {
   EXPECT_NE(text.out.find("\"\\x07\uFFFD"), std::string::npos) << text.out;
 }
 
-TEST(JsonQuote, EscapesWhatJsonForbidsAndRepairsBadUtf8) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"", "\"\""},
-      {"plain", "\"plain\""},
-      {"a\"b\\c/", "\"a\\\"b\\\\c/\""},
-      {"\b\f\n\r\t", "\"\\b\\f\\n\\r\\t\""},
-      {std::string("\x00\x1f\x7f", 3), "\"\\u0000\\u001f\\u007f\""},
-      {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x8e\xac",
-       "\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x8e\xac\""},
-      {"\xff", "\"\uFFFD\""},
-      {"\xe2\x82x", "\"\uFFFDx\""},                // cut sequence: one replacement
-      {"\xed\xa0\x80", "\"\uFFFD\uFFFD\uFFFD\""},  // an encoded surrogate
-  };
-  for (const auto& [in, want] : cases) EXPECT_EQ(JsonQuote(in), want) << in;
-}
-
-std::string Found(const std::filesystem::path& tool, const std::filesystem::path& work) {
-  return FindBundledSample(tool, work).value_or("(none)").string();
-}
-
-TEST(FindBundledSample, BesideTheBuildTreeFirstThenTheWorkingDirectory) {
-  tsw::TempDir dir;
-  const auto repo = dir.File("repo");
-  const auto tool = repo / "build/apps/brindlet";
-  const auto work = dir.File("work");
-  std::filesystem::create_directories(tool);
-  std::filesystem::create_directories(work / "samples");
-  EXPECT_EQ(Found(tool, work), "(none)");
-
-  std::filesystem::create_directories(work / kBundledSample);  // a folder is no sample
-  EXPECT_EQ(Found(tool, work), "(none)");
-  std::filesystem::remove(work / kBundledSample);
-
-  std::ofstream(work / kBundledSample) << "x";
-  EXPECT_EQ(Found(tool, work), kBundledSample) << "shown relative to the working directory";
-  EXPECT_EQ(Found({}, work), kBundledSample);
-
-  std::filesystem::create_directories(repo / "samples");
-  std::ofstream(repo / kBundledSample) << "x";
-  EXPECT_EQ(Found(tool, work), (repo / kBundledSample).string());
-  EXPECT_EQ(Found(tool, {}), (repo / kBundledSample).string());
-}
-
 TEST(BrindletInfoTool, DefaultFileErrorsAndExitStatuses) {
   const std::string cli = BRINDLET_CLI;
   tsw::TempDir dir;

@@ -195,25 +195,6 @@ std::string GateCaseName(const ::testing::TestParamInfo<GateCase>& tested) { ret
 
 INSTANTIATE_TEST_SUITE_P(Synthetic, PlayGate, ::testing::ValuesIn(kGateCases), GateCaseName);
 
-// The written stream, which repeats its tables behind the first packet, is
-// still a transport stream to an outside reader.
-TEST(PlayRaw, OutsideReaderTakesTheWrittenStream) {
-  if (!tsw::OnPath("ffprobe")) GTEST_SKIP() << "ffprobe is not installed";
-  tsw::ScopedRegistry registry;
-  ASSERT_TRUE(WriteSettingDword("PrefDemux", 0));
-  tsw::TsFile file;
-  kGateCases[0].build(file);
-  tsw::TempDir dir;
-  file.Write(dir.File("in.ts"));
-  ASSERT_EQ(Play(dir.File("in.ts"), dir.File("out.ts")).status, kExitOk);
-  const tsw::CommandResult probe = tsw::Shell("ffprobe -v error -show_entries stream=codec_type -of csv=p=0 " +
-                                              dir.File("out.ts").string() + " 2>/dev/null");
-  EXPECT_EQ(probe.status, 0);
-  for (const char* type : {"video", "audio"}) {
-    EXPECT_NE(probe.out.find(type), std::string::npos) << type << " in\n" << probe.out;
-  }
-}
-
 // The sample's first video PES whose payload opens with a sequence header,
 // found with the standard's own field rules; none if not in the first 10000
 // packets, where the scan would count it on a later trip.
@@ -407,23 +388,6 @@ TEST(PlayRaw, FailuresAreOneLineAndStatusOne) {
     EXPECT_EQ(run.err.rfind(c.line, 0), 0u) << run.err;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
   }
-}
-
-TEST(PlayRaw, MissingArgumentsAreUsageErrors) {
-  std::ostringstream out, err;
-  EXPECT_EQ(RunPlay(Options("in.ts", ""), out, err, false), kExitUsage);
-  EXPECT_EQ(RunPlay(Options("", "out.ts"), out, err, false), kExitUsage);
-
-  tsw::TempDir dir;
-  SmallFile().Write(dir.File("in.ts"));
-  const std::string tool = std::string(BRINDLET_CLI) + " play ";
-  const std::string in = dir.File("in.ts").string();
-  for (const std::string& arguments : {std::string(), in, in + " --raw", "--raw " + dir.File("o.ts").string(),
-                                       in + " --raw a.ts --bogus"}) {
-    EXPECT_EQ(tsw::Shell(tool + arguments + " 2>/dev/null").status, kExitUsage) << arguments;
-  }
-  EXPECT_EQ(tsw::Shell(tool + "--help >/dev/null").status, kExitOk);
-  EXPECT_FALSE(std::filesystem::exists(dir.File("o.ts")));
 }
 
 // The tool itself, with its own registry folder and the bundled sample.

@@ -178,12 +178,6 @@ TEST_F(PlayOutSwitchTest, AudioMovesToTheSecondLanguageOnTheSamePin) {
   EXPECT_TRUE(EndsWith(m_Deu, Slice(audio, audio.size() - 4096, 4096))) << "ends in German";
 }
 
-TEST_F(PlayOutSwitchTest, WithoutTheSwitchTheFirstLanguagePlaysToTheEnd) {
-  const PlayRun run = PlayOut(m_In, m_Out);
-  ASSERT_EQ(run.status, kExitOk) << run.err;
-  EXPECT_TRUE(EndsWith(m_Eng, tsw::ReadAll(m_Out / "audio.mp2")));
-}
-
 // ---- Synthetic files: one line and the status ------------------------------
 
 constexpr std::uint16_t kPmtPid = 0x1000;

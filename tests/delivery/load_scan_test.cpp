@@ -179,16 +179,4 @@ TEST_F(LoadScanTest, NotifyWindowGetsEndOfStreamDuringTheScan) {
   DestroyPlatformWindow(window);
 }
 
-TEST_F(LoadScanTest, QueryInterfaceFaces) {
-  FilterHolder filter;
-  void* face = nullptr;
-  IUnknown* unknown = filter->NonDelegatingUnknown();
-  EXPECT_EQ(unknown->QueryInterface(IID_IMediaSeeking, &face), E_NOINTERFACE) << "not before Load";
-  EXPECT_EQ(face, nullptr);
-  ASSERT_EQ(unknown->QueryInterface(IID_ITsStreamInfo, &face), S_OK);
-  static_cast<ITsStreamInfo*>(face)->Release();
-  ASSERT_EQ(unknown->QueryInterface(IID_IFileSourceFilter, &face), S_OK);
-  static_cast<IFileSourceFilter*>(face)->Release();
-}
-
 }  // namespace

@@ -88,18 +88,6 @@ TEST(CUnknown, AggregatedFaceDelegatesIdentityAndCountToTheOuter) {
   EXPECT_EQ(ActiveObjectCount(), before);
 }
 
-TEST(CCritSec, IsRecursiveAndExcludesOtherThreads) {
-  CCritSec lock;
-  CAutoLock outer(&lock);
-  {
-    CAutoLock inner(&lock);
-    bool otherGotIt = true;
-    std::thread other([&] { otherGotIt = lock.TryLock(); if (otherGotIt) lock.Unlock(); });
-    other.join();
-    EXPECT_FALSE(otherGotIt);
-  }
-}
-
 TEST(CMediaSample, TimesFlagsAndLengthBounds) {
   auto* sample = new CMediaSample(188);
   sample->AddRef();

@@ -65,24 +65,6 @@ TEST(ComPtr, CopyMoveAndDestroyKeepCountsBalanced) {
   EXPECT_EQ(thing.refs, 0u);
 }
 
-TEST(ComPtr, AttachDetachAndReset) {
-  CThing thing;
-  thing.AddRef();  // a reference handed over through an out-parameter
-  {
-    ComPtr<IThing> adopted = ComPtr<IThing>::Attach(&thing);
-    EXPECT_EQ(thing.refs, 1u);
-    IThing* raw = adopted.Detach();
-    EXPECT_EQ(raw, &thing);
-    EXPECT_FALSE(adopted);
-    EXPECT_EQ(thing.refs, 1u);
-    adopted = ComPtr<IThing>::Attach(raw);
-    adopted.Reset();
-    EXPECT_EQ(thing.refs, 0u);
-    adopted.Reset();  // twice is harmless
-  }
-  EXPECT_EQ(thing.refs, 0u);
-}
-
 TEST(ComPtr, OutParametersReleaseWhatWasHeld) {
   CThing first;
   CThing second;

@@ -89,57 +89,6 @@ class CCountingFactory final : public IClassFactory {
   int created = 0;
 };
 
-TEST(CoCreateInstance, ProcessFactoryStandsInFrontAndGoesAgain) {
-  CCountingFactory factory;
-  ASSERT_EQ(PlatformRegisterClassObject(CLSID_NullRenderer, &factory), S_OK);
-  void* object = nullptr;
-  EXPECT_EQ(
-      CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &object),
-      E_OUTOFMEMORY);
-  EXPECT_EQ(factory.created, 1);
-  ASSERT_EQ(PlatformRegisterClassObject(CLSID_NullRenderer, nullptr), S_OK);
-  EXPECT_EQ(factory.refs, 0u);
-  // The platform's own renderer is back.
-  ComPtr<IBaseFilter> renderer;
-  EXPECT_EQ(CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                             renderer.PutVoid()),
-            S_OK);
-  EXPECT_EQ(factory.created, 1);
-}
-
-TEST(CoInitialize, CountsPerThread) {
-  std::thread([] {
-    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
-    EXPECT_EQ(CoInitialize(nullptr), S_FALSE);
-    CoUninitialize();
-    CoUninitialize();
-    CoUninitialize();  // one too many is harmless
-    EXPECT_EQ(CoInitialize(nullptr), S_OK);
-    CoUninitialize();
-  }).join();
-}
-
-TEST(GetModuleFileName, ProgramAndTruncation) {
-  char path[PATH_MAX];
-  const DWORD length = GetModuleFileNameA(nullptr, path, sizeof path);
-  ASSERT_GT(length, 0u);
-  EXPECT_EQ(std::string(path, length), RealPath("/proc/self/exe"));
-
-  // The program's own base address names the program too.
-  EXPECT_EQ(PlatformModuleFromAddress(&path), nullptr) << "a stack address is in no module";
-  const HINSTANCE self = PlatformModuleFromAddress(reinterpret_cast<const void*>(&RealPath));
-  ASSERT_NE(self, nullptr);
-  EXPECT_EQ(GetModuleFileNameA(self, path, sizeof path), length);
-
-  char small[5];
-  EXPECT_EQ(GetModuleFileNameA(nullptr, small, sizeof small), 5u);
-  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-  EXPECT_EQ(std::string(small), std::string(path, 4));
-
-  EXPECT_EQ(GetModuleFileNameA(reinterpret_cast<HINSTANCE>(0x1000), path, sizeof path), 0u);
-  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
-}
-
 // The module is loaded once per process, so the tests below share it and
 // check DllMain's count as it must stand whatever ran before.
 class TestModule : public testing::Test {

@@ -78,55 +78,6 @@ TEST_F(FilesTest, OpenFailuresMapToPlatformErrors) {
   EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
-TEST_F(FilesTest, DispositionsCreateTruncateAndReportExistence) {
-  const std::string path = PathOf("made");
-  HANDLE h = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
-  ASSERT_NE(h, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);  // it was not there
-  DWORD written = 0;
-  ASSERT_TRUE(WriteFile(h, "hello", 5, &written, nullptr));
-  EXPECT_EQ(written, 5u);
-  ASSERT_TRUE(CloseHandle(h));
-
-  h = CreateFileA(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
-  ASSERT_NE(h, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-  EXPECT_EQ(GetFileSize(h, nullptr), 5u);  // opening always keeps the content
-  CloseHandle(h);
-
-  h = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-  ASSERT_NE(h, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-  EXPECT_EQ(GetFileSize(h, nullptr), 0u);
-  CloseHandle(h);
-
-  MakeFile("made", "again");
-  h = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, TRUNCATE_EXISTING, 0,
-                  nullptr);
-  ASSERT_NE(h, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetFileSize(h, nullptr), 0u);
-  CloseHandle(h);
-}
-
-TEST_F(FilesTest, AccessIsCheckedPerHandle) {
-  const std::string path = MakeFile("access", "data");
-  char buffer[4];
-  DWORD count = 0;
-  HANDLE reader = OpenForRead(path);
-  ASSERT_NE(reader, INVALID_HANDLE_VALUE);
-  SetLastError(ERROR_SUCCESS);
-  EXPECT_FALSE(WriteFile(reader, "x", 1, &count, nullptr));
-  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-  CloseHandle(reader);
-
-  HANDLE writer = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-  ASSERT_NE(writer, INVALID_HANDLE_VALUE);
-  SetLastError(ERROR_SUCCESS);
-  EXPECT_FALSE(ReadFile(writer, buffer, sizeof buffer, &count, nullptr));
-  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-  CloseHandle(writer);
-}
-
 TEST_F(FilesTest, ReadsStopAtEndOfFileWithoutFailing) {
   HANDLE h = OpenForRead(MakeFile("ten", "0123456789"));
   ASSERT_NE(h, INVALID_HANDLE_VALUE);
@@ -193,35 +144,6 @@ TEST_F(FilesTest, SixtyFourBitPositionsOnASparseFile) {
   CloseHandle(h);
 }
 
-TEST_F(FilesTest, NegativeSeeksFailAndLeaveThePositionAlone) {
-  HANDLE h = OpenForRead(MakeFile("ten", "0123456789"));
-  ASSERT_NE(h, INVALID_HANDLE_VALUE);
-  ASSERT_EQ(SetFilePointer(h, 5, nullptr, FILE_BEGIN), 5u);
-  const struct {
-    LONG low;
-    bool withHigh;
-    LONG high;
-    DWORD method;
-    DWORD error;
-  } cases[] = {
-      {-1, false, 0, FILE_BEGIN, ERROR_NEGATIVE_SEEK},
-      {-6, false, 0, FILE_CURRENT, ERROR_NEGATIVE_SEEK},
-      {-11, false, 0, FILE_END, ERROR_NEGATIVE_SEEK},
-      {0, true, -1, FILE_CURRENT, ERROR_NEGATIVE_SEEK},               // -2^32
-      {-1, true, 0x7FFFFFFF, FILE_CURRENT, ERROR_INVALID_PARAMETER},  // overflows
-      {0, false, 0, 7, ERROR_INVALID_PARAMETER},
-  };
-  for (const auto& c : cases) {
-    LONG high = c.high;
-    SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(SetFilePointer(h, c.low, c.withHigh ? &high : nullptr, c.method),
-              INVALID_SET_FILE_POINTER);
-    EXPECT_EQ(GetLastError(), c.error);
-    EXPECT_EQ(SetFilePointer(h, 0, nullptr, FILE_CURRENT), 5u);
-  }
-  CloseHandle(h);
-}
-
 TEST_F(FilesTest, SizeFollowsAnotherWriter) {
   const std::string path = MakeFile("growing", "0123456789");
   HANDLE h = OpenForRead(path);
@@ -269,26 +191,6 @@ TEST_F(FilesTest, BadHandlesFailCleanly) {
     EXPECT_FALSE(CloseHandle(h));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
   }
-}
-
-TEST_F(FilesTest, DescriptorsAreCloseOnExec) {
-  const std::string path = MakeFile("cloexec", "x");
-  HANDLE h = OpenForRead(path);
-  ASSERT_NE(h, INVALID_HANDLE_VALUE);
-  int found = 0;
-  DIR* fds = opendir("/proc/self/fd");
-  ASSERT_NE(fds, nullptr);
-  while (dirent* entry = readdir(fds)) {
-    char target[4096];
-    const std::string link = std::string("/proc/self/fd/") + entry->d_name;
-    const ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
-    if (n <= 0 || std::string(target, static_cast<std::size_t>(n)) != path) continue;
-    ++found;
-    EXPECT_TRUE(fcntl(std::atoi(entry->d_name), F_GETFD) & FD_CLOEXEC);
-  }
-  closedir(fds);
-  EXPECT_EQ(found, 1);
-  CloseHandle(h);
 }
 
 }  // namespace

@@ -136,18 +136,6 @@ Bytes ReadFile(const std::filesystem::path& path) {
 
 // ---- The filter and its pins ----
 
-TEST(DemuxFilter, MadeThroughTheClassTableAsNoRenderer) {
-  const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
-  ASSERT_TRUE(demux);
-  EXPECT_TRUE(QueryAs<IMpeg2Demultiplexer>(demux.Get(), IID_IMpeg2Demultiplexer));
-  const auto flags = QueryAs<IAMFilterMiscFlags>(demux.Get(), IID_IAMFilterMiscFlags);
-  ASSERT_TRUE(flags);
-  EXPECT_EQ(flags->GetMiscFlags() & AM_FILTER_MISC_FLAGS_IS_RENDERER, 0u);
-  CLSID clsid{};
-  EXPECT_EQ(demux->GetClassID(&clsid), S_OK);
-  EXPECT_EQ(clsid, CLSID_MPEG2Demultiplexer);
-}
-
 TEST(DemuxFilter, InputPinTakesTransportStreamsAndProposesNothing) {
   const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
   ComPtr<IPin> in;
@@ -433,26 +421,6 @@ TEST_F(DemuxToCapture, TimesCountFromTheFirstPtsOfTheSegment) {
   EXPECT_EQ(after[samples.size() + 1].start, 20100000);
 }
 
-TEST_F(DemuxToCapture, LargePesSplitsAndOnlyTheFirstPartIsTimed) {
-  const Bytes frame = Pattern(platform_internal::kDemuxSampleSize + 1000, 3);
-  SendPes(1234, frame, false);
-  SendPes(5000, Pattern(5, 4), false);
-  const auto samples = m_Capture.Samples();
-  ASSERT_EQ(samples.size(), 2u);
-  EXPECT_EQ(samples[0].bytes.size(), static_cast<std::size_t>(platform_internal::kDemuxSampleSize));
-  EXPECT_EQ(samples[1].bytes.size(), 1000u);
-  EXPECT_TRUE(samples[0].sync);
-  EXPECT_FALSE(samples[1].sync);
-  EXPECT_EQ(samples[1].start, -1);  // no time
-  Bytes joined = samples[0].bytes;
-  joined.insert(joined.end(), samples[1].bytes.begin(), samples[1].bytes.end());
-  EXPECT_EQ(joined, frame);
-  // The last unbounded PES goes out with the end of the stream, then the end.
-  EXPECT_EQ(m_In->EndOfStream(), S_OK);
-  EXPECT_EQ(m_Capture.SampleCount(), 3u);
-  EXPECT_EQ(m_Capture.EndOfStreams(), 1);
-}
-
 TEST_F(DemuxToCapture, FlushDropsThePartialPesAndMarksTheNext) {
   m_Stream.AddPes(0x100, Pes(0xE0, Pattern(2000, 5), 100, true));
   const Bytes data = m_Stream.Take();
@@ -468,13 +436,6 @@ TEST_F(DemuxToCapture, FlushDropsThePartialPesAndMarksTheNext) {
   ASSERT_EQ(samples.size(), 1u);
   EXPECT_EQ(samples[0].bytes, Pattern(7, 6));
   EXPECT_TRUE(samples[0].discontinuity);
-}
-
-TEST_F(DemuxToCapture, RefusesSamplesWhenStopped) {
-  ASSERT_EQ(m_Demux->Stop(), S_OK);
-  const Bytes packet(188, 0x47);
-  EXPECT_EQ(Send(packet), VFW_E_WRONG_STATE);
-  EXPECT_EQ(m_In->EndOfStream(), VFW_E_WRONG_STATE);
 }
 
 // The upstream thread delivers while the host thread moves the map and

@@ -219,18 +219,6 @@ TEST_F(PesReassemblerTest, ContinuityJumpDropsThePesAndMarksTheNext) {
   EXPECT_FALSE(got[1].discontinuity);
 }
 
-TEST_F(PesReassemblerTest, DuplicatePacketIsIgnored) {
-  const auto packets = Packetize(Pes(0xE0, Pattern(600, 4), 100), cc);
-  for (std::size_t i = 0; i < packets.size(); ++i) {
-    Push(packets[i]);
-    if (i == 1) Push(packets[i]);
-  }
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_EQ(got[0].payload, Pattern(600, 4));
-  EXPECT_EQ(assembler.Counters().duplicates, 1u);
-  EXPECT_FALSE(got[0].discontinuity);
-}
-
 TEST_F(PesReassemblerTest, HeaderSplitAcrossPacketsAtEveryPoint) {
   const Bytes pes = Pes(0xE0, Pattern(500, 5), 0x1FFFFFFFF, 0x123456789);
   for (std::size_t split = 1; split <= 19; ++split) {
@@ -241,17 +229,6 @@ TEST_F(PesReassemblerTest, HeaderSplitAcrossPacketsAtEveryPoint) {
     EXPECT_EQ(got[0].pts, 0x1FFFFFFFFu);
     EXPECT_EQ(got[0].dts, 0x123456789u);
   }
-}
-
-TEST_F(PesReassemblerTest, StreamsWithoutTheOptionalHeader) {
-  Bytes privateTwo = {0x00, 0x00, 0x01, 0xBF, 0x00, 0x05, 0x80, 0x81, 0x82, 0x83, 0x84};
-  Bytes padding = {0x00, 0x00, 0x01, 0xBE, 0x00, 0x04, 0xFF, 0xFF, 0xFF, 0xFF};
-  PushAll(Packetize(padding, cc));
-  PushAll(Packetize(privateTwo, cc));
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_EQ(got[0].streamId, 0xBF);
-  EXPECT_EQ(got[0].payload, (Bytes{0x80, 0x81, 0x82, 0x83, 0x84}));
-  EXPECT_FALSE(got[0].pts.has_value());
 }
 
 TEST_F(PesReassemblerTest, BadHeadersAreDroppedAndTheNextPesStands) {
@@ -278,15 +255,6 @@ TEST_F(PesReassemblerTest, BadHeadersAreDroppedAndTheNextPesStands) {
   EXPECT_EQ(assembler.Counters().badHeaders, std::size(cases));
 }
 
-TEST_F(PesReassemblerTest, TimeStampWithBrokenMarkerBitsIsLeftOut) {
-  Bytes pes = Pes(0xC0, Pattern(20, 7), 12345);
-  pes[11] &= 0xFE;  // the middle marker
-  PushAll(Packetize(pes, cc));
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_FALSE(got[0].pts.has_value());
-  EXPECT_EQ(got[0].payload, Pattern(20, 7));
-}
-
 TEST_F(PesReassemblerTest, BoundedPesCutShortIsDroppedAsIsOneOpenAtTheEnd) {
   const std::uint8_t first = cc;
   auto packets = Packetize(Pes(0xC0, Pattern(1000, 8), 100), cc);
@@ -303,31 +271,6 @@ TEST_F(PesReassemblerTest, BoundedPesCutShortIsDroppedAsIsOneOpenAtTheEnd) {
   EXPECT_EQ(got.size(), 1u);
   EXPECT_EQ(assembler.Counters().truncated, 2u);
   EXPECT_EQ(assembler.Counters().continuityErrors, 0u);
-}
-
-TEST_F(PesReassemblerTest, ResetDropsWhatWasHalfMade) {
-  auto packets = Packetize(Pes(0xE0, Pattern(1000, 1), 100, std::nullopt, false), cc);
-  PushAll(packets);
-  assembler.Reset();
-  assembler.Finish();
-  EXPECT_TRUE(got.empty());
-  PushAll(Packetize(Pes(0xE0, Pattern(10, 2), 200), cc));
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_TRUE(got[0].discontinuity);
-}
-
-TEST_F(PesReassemblerTest, UnboundedPesIsDroppedPastTheLimit) {
-  std::vector<PacketBlock> packets = Packetize(Pes(0xE0, Pattern(100, 1), 1, std::nullopt, false), cc);
-  PushAll(packets);
-  const Bytes filler(184, 0x55);
-  for (std::size_t sent = 0; sent <= platform_internal::kMaxPesSize; sent += 184) {
-    Push(Packet(false, cc++, filler));
-  }
-  PushAll(Packetize(Pes(0xE0, Pattern(10, 2), 2, std::nullopt, false), cc));
-  assembler.Finish();
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_EQ(got[0].payload, Pattern(10, 2));
-  EXPECT_EQ(assembler.Counters().oversized, 1u);
 }
 
 // Random packets whose fields claim anything: reads stay inside each

@@ -30,14 +30,6 @@ ComPtr<IMoniker> Item(LPCOLESTR delimiter, LPCOLESTR item) {
   return moniker;
 }
 
-std::wstring DisplayName(IMoniker* moniker) {
-  LPOLESTR name = nullptr;
-  EXPECT_EQ(moniker->GetDisplayName(nullptr, nullptr, &name), S_OK);
-  std::wstring result = name != nullptr ? name : L"";
-  CoTaskMemFree(name);
-  return result;
-}
-
 bool Listed(const std::wstring& name) {
   const auto names = PlatformRunningObjectNames();
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -47,26 +39,6 @@ ComPtr<IRunningObjectTable> Table() {
   ComPtr<IRunningObjectTable> table;
   EXPECT_EQ(GetRunningObjectTable(0, table.PutAddress()), S_OK);
   return table;
-}
-
-TEST(ItemMoniker, NamesAndComparesWithoutCase) {
-  const ComPtr<IMoniker> a = Item(L"!", L"FilterGraph 00001234 pid 0000abcd");
-  const ComPtr<IMoniker> b = Item(L"!", L"filtergraph 00001234 PID 0000ABCD");
-  const ComPtr<IMoniker> otherDelimiter = Item(L"/", L"FilterGraph 00001234 pid 0000abcd");
-  const ComPtr<IMoniker> noDelimiter = Item(nullptr, L"x");
-  EXPECT_EQ(DisplayName(a.Get()), L"!FilterGraph 00001234 pid 0000abcd");
-  EXPECT_EQ(DisplayName(noDelimiter.Get()), L"x");
-  EXPECT_EQ(a->IsEqual(b.Get()), S_OK);
-  EXPECT_EQ(a->IsEqual(otherDelimiter.Get()), S_FALSE);
-  DWORD hashA = 0;
-  DWORD hashB = 0;
-  ASSERT_EQ(a->Hash(&hashA), S_OK);
-  ASSERT_EQ(b->Hash(&hashB), S_OK);
-  EXPECT_EQ(hashA, hashB);
-
-  IMoniker* none = reinterpret_cast<IMoniker*>(0x1);
-  EXPECT_EQ(CreateItemMoniker(L"!", nullptr, &none), E_INVALIDARG);
-  EXPECT_EQ(none, nullptr);
 }
 
 TEST(RunningObjectTable, RegisterHoldsUntilRevoke) {

@@ -64,43 +64,6 @@ TEST(SinkInputPin, AcceptsStreamsOrAnythingWhenTold) {
   }
 }
 
-TEST(SinkInputPin, DescribesItself) {
-  const ComPtr<IBaseFilter> sink = NewSink(CLSID_NullRenderer);
-  const ComPtr<IPin> in = InputPinOf(sink.Get());
-  ASSERT_TRUE(in);
-  LPWSTR id = nullptr;
-  ASSERT_EQ(in->QueryId(&id), S_OK);
-  EXPECT_STREQ(id, L"In");
-  CoTaskMemFree(id);
-  PIN_INFO info{};
-  ASSERT_EQ(in->QueryPinInfo(&info), S_OK);
-  EXPECT_EQ(info.pFilter, sink.Get());
-  EXPECT_EQ(info.dir, PINDIR_INPUT);
-  info.pFilter->Release();
-
-  const ComPtr<IMemInputPin> memory = QueryAs<IMemInputPin>(in.Get(), IID_IMemInputPin);
-  IMemAllocator* allocator = reinterpret_cast<IMemAllocator*>(0x1);
-  EXPECT_EQ(memory->GetAllocator(&allocator), VFW_E_NO_ALLOCATOR);
-  EXPECT_EQ(allocator, nullptr);
-  EXPECT_EQ(memory->ReceiveCanBlock(), S_FALSE);
-
-  ComPtr<IEnumMediaTypes> types;
-  ASSERT_EQ(in->EnumMediaTypes(types.PutAddress()), S_OK);
-  AM_MEDIA_TYPE* type = nullptr;
-  ULONG fetched = 7;
-  EXPECT_EQ(types->Next(1, &type, &fetched), S_FALSE);
-  EXPECT_EQ(fetched, 0u);
-
-  AM_MEDIA_TYPE none{};
-  EXPECT_EQ(in->ConnectionMediaType(&none), VFW_E_NOT_CONNECTED);
-  const ComPtr<IAMFilterMiscFlags> flags =
-      QueryAs<IAMFilterMiscFlags>(sink.Get(), IID_IAMFilterMiscFlags);
-  EXPECT_EQ(flags->GetMiscFlags(), AM_FILTER_MISC_FLAGS_IS_RENDERER);
-  IPin* other = reinterpret_cast<IPin*>(0x1);
-  EXPECT_EQ(sink->FindPin(L"Out", &other), VFW_E_NOT_FOUND);
-  EXPECT_EQ(other, nullptr);
-}
-
 // A sink in a graph of its own, fed by hand through its pin, with the
 // graph's completion handling off so every EC_COMPLETE shows as sent.
 class SinkInGraph : public testing::Test {
@@ -211,30 +174,6 @@ class WriterInGraph : public SinkInGraph {
   std::string m_Dir;
   ComPtr<IFileSinkFilter> m_File;
 };
-
-TEST_F(WriterInGraph, TruncatesAtEachStartAndKeepsItsName) {
-  const std::string path = m_Dir + "/out.es";
-  std::ofstream(path) << std::string(5000, 'x');
-  LPWSTR name = reinterpret_cast<LPWSTR>(0x1);
-  EXPECT_EQ(m_File->GetCurFile(&name, nullptr), E_FAIL);
-  EXPECT_EQ(name, nullptr);
-  const std::wstring wide(path.begin(), path.end());
-  const AM_MEDIA_TYPE type = TypeOf(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
-  ASSERT_EQ(m_File->SetFileName(wide.c_str(), &type), S_OK);
-  AM_MEDIA_TYPE given{};
-  ASSERT_EQ(m_File->GetCurFile(&name, &given), S_OK);
-  EXPECT_EQ(std::wstring(name), wide);
-  EXPECT_EQ(given.subtype, MEDIASUBTYPE_MPEG2_VIDEO);
-  CoTaskMemFree(name);
-
-  for (int run = 0; run < 2; ++run) {
-    ASSERT_EQ(m_Control->Pause(), S_OK);
-    EXPECT_EQ(std::filesystem::file_size(path), 0u);
-    for (int n = 0; n < 3; ++n) ASSERT_EQ(Send(n), S_OK);
-    ASSERT_EQ(m_Control->Stop(), S_OK);
-    EXPECT_EQ(std::filesystem::file_size(path), 3u * 188u);
-  }
-}
 
 TEST_F(WriterInGraph, FailedWriteAbortsOnceAndRefusesTheRest) {
   if (::access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
