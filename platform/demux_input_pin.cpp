@@ -53,45 +53,23 @@ STDMETHODIMP CDemuxInputPin::ReceiveConnection(IPin* connector, const AM_MEDIA_T
 }
 
 STDMETHODIMP CDemuxInputPin::Disconnect() {
-  ComPtr<IPin> peer;  // released after the lock
-  std::lock_guard<std::mutex> guard(m_Filter->m_Lock);
-  if (!m_Filter->m_InputPeer) return S_FALSE;
-  if (m_Filter->m_State != State_Stopped) return VFW_E_NOT_STOPPED;
-  peer = std::move(m_Filter->m_InputPeer);
-  ClearMediaType(&m_Filter->m_InputType);
-  return S_OK;
+  return DisconnectInput(m_Filter->m_Lock, m_Filter->m_State, m_Filter->m_InputPeer, m_Filter->m_InputType);
 }
 
 STDMETHODIMP CDemuxInputPin::ConnectedTo(IPin** pin) {
-  if (pin == nullptr) return E_POINTER;
-  std::lock_guard<std::mutex> guard(m_Filter->m_Lock);
-  *pin = ComPtr<IPin>(m_Filter->m_InputPeer).Detach();
-  return *pin != nullptr ? S_OK : VFW_E_NOT_CONNECTED;
+  return ConnectedPeer(m_Filter->m_Lock, m_Filter->m_InputPeer, pin);
 }
 
 STDMETHODIMP CDemuxInputPin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
-  if (type == nullptr) return E_POINTER;
-  std::lock_guard<std::mutex> guard(m_Filter->m_Lock);
-  if (!m_Filter->m_InputPeer) {
-    *type = AM_MEDIA_TYPE{};
-    return VFW_E_NOT_CONNECTED;
-  }
-  return CopyMediaTypeTo(m_Filter->m_InputType, type);
+  return ConnectedType(m_Filter->m_Lock, m_Filter->m_InputPeer, m_Filter->m_InputType, type);
 }
 
 STDMETHODIMP CDemuxInputPin::QueryPinInfo(PIN_INFO* info) {
-  if (info == nullptr) return E_POINTER;
-  info->pFilter = static_cast<IBaseFilter*>(m_Filter);
-  info->pFilter->AddRef();
-  info->dir = PINDIR_INPUT;
-  std::wcsncpy(info->achName, kDemuxInputPinName, MAX_PIN_NAME);
-  return S_OK;
+  return InputPinInfo(static_cast<IBaseFilter*>(m_Filter), kDemuxInputPinName, info);
 }
 
 STDMETHODIMP CDemuxInputPin::QueryDirection(PIN_DIRECTION* direction) {
-  if (direction == nullptr) return E_POINTER;
-  *direction = PINDIR_INPUT;
-  return S_OK;
+  return InputDirection(direction);
 }
 
 STDMETHODIMP CDemuxInputPin::QueryId(LPWSTR* id) {

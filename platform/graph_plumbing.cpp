@@ -1,5 +1,7 @@
 #include "platform/graph_plumbing.h"
 
+#include <cwchar>
+
 #include <atomic>
 #include <cstring>
 
@@ -119,6 +121,48 @@ ComPtr<IPin> PeerOf(IPin* pin) {
 bool IsOutputPin(IPin* pin) {
   PIN_DIRECTION direction = PINDIR_INPUT;
   return pin != nullptr && SUCCEEDED(pin->QueryDirection(&direction)) && direction == PINDIR_OUTPUT;
+}
+
+HRESULT DisconnectInput(std::mutex& lock, const FILTER_STATE& state, ComPtr<IPin>& peer, AM_MEDIA_TYPE& type) {
+  ComPtr<IPin> released;  // let go after the lock: it may hold the last reference to its filter
+  std::lock_guard<std::mutex> guard(lock);
+  if (!peer) return S_FALSE;
+  if (state != State_Stopped) return VFW_E_NOT_STOPPED;
+  released = std::move(peer);
+  ClearMediaType(&type);
+  return S_OK;
+}
+
+HRESULT ConnectedPeer(std::mutex& lock, const ComPtr<IPin>& peer, IPin** pin) {
+  if (pin == nullptr) return E_POINTER;
+  std::lock_guard<std::mutex> guard(lock);
+  *pin = ComPtr<IPin>(peer).Detach();
+  return *pin != nullptr ? S_OK : VFW_E_NOT_CONNECTED;
+}
+
+HRESULT ConnectedType(std::mutex& lock, const ComPtr<IPin>& peer, const AM_MEDIA_TYPE& type, AM_MEDIA_TYPE* out) {
+  if (out == nullptr) return E_POINTER;
+  std::lock_guard<std::mutex> guard(lock);
+  if (!peer) {
+    *out = AM_MEDIA_TYPE{};
+    return VFW_E_NOT_CONNECTED;
+  }
+  return CopyMediaTypeTo(type, out);
+}
+
+HRESULT InputPinInfo(IBaseFilter* filter, const wchar_t* name, PIN_INFO* info) {
+  if (info == nullptr) return E_POINTER;
+  info->pFilter = filter;
+  filter->AddRef();
+  info->dir = PINDIR_INPUT;
+  std::wcsncpy(info->achName, name, MAX_PIN_NAME);
+  return S_OK;
+}
+
+HRESULT InputDirection(PIN_DIRECTION* direction) {
+  if (direction == nullptr) return E_POINTER;
+  *direction = PINDIR_INPUT;
+  return S_OK;
 }
 
 }  // namespace platform_internal

@@ -117,4 +117,12 @@ ComPtr<IPin> PeerOf(IPin* pin);
 
 bool IsOutputPin(IPin* pin);
 
+// The answers an input pin gives about its connection, for pins whose filter
+// keeps the peer and the type under `lock`.
+HRESULT DisconnectInput(std::mutex& lock, const FILTER_STATE& state, ComPtr<IPin>& peer, AM_MEDIA_TYPE& type);
+HRESULT ConnectedPeer(std::mutex& lock, const ComPtr<IPin>& peer, IPin** pin);
+HRESULT ConnectedType(std::mutex& lock, const ComPtr<IPin>& peer, const AM_MEDIA_TYPE& type, AM_MEDIA_TYPE* out);
+HRESULT InputPinInfo(IBaseFilter* filter, const wchar_t* name, PIN_INFO* info);
+HRESULT InputDirection(PIN_DIRECTION* direction);
+
 }  // namespace platform_internal

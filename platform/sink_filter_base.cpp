@@ -53,45 +53,23 @@ STDMETHODIMP CSinkInputPin::ReceiveConnection(IPin* connector, const AM_MEDIA_TY
 }
 
 STDMETHODIMP CSinkInputPin::Disconnect() {
-  ComPtr<IPin> peer;  // released after the lock: it may hold the last reference to its filter
-  std::lock_guard<std::mutex> guard(m_Filter->m_Lock);
-  if (!m_Filter->m_Peer) return S_FALSE;
-  if (m_Filter->m_State != State_Stopped) return VFW_E_NOT_STOPPED;
-  peer = std::move(m_Filter->m_Peer);
-  ClearMediaType(&m_Filter->m_ConnectionType);
-  return S_OK;
+  return DisconnectInput(m_Filter->m_Lock, m_Filter->m_State, m_Filter->m_Peer, m_Filter->m_ConnectionType);
 }
 
 STDMETHODIMP CSinkInputPin::ConnectedTo(IPin** pin) {
-  if (pin == nullptr) return E_POINTER;
-  std::lock_guard<std::mutex> guard(m_Filter->m_Lock);
-  *pin = ComPtr<IPin>(m_Filter->m_Peer).Detach();
-  return *pin != nullptr ? S_OK : VFW_E_NOT_CONNECTED;
+  return ConnectedPeer(m_Filter->m_Lock, m_Filter->m_Peer, pin);
 }
 
 STDMETHODIMP CSinkInputPin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
-  if (type == nullptr) return E_POINTER;
-  std::lock_guard<std::mutex> guard(m_Filter->m_Lock);
-  if (!m_Filter->m_Peer) {
-    *type = AM_MEDIA_TYPE{};
-    return VFW_E_NOT_CONNECTED;
-  }
-  return CopyMediaTypeTo(m_Filter->m_ConnectionType, type);
+  return ConnectedType(m_Filter->m_Lock, m_Filter->m_Peer, m_Filter->m_ConnectionType, type);
 }
 
 STDMETHODIMP CSinkInputPin::QueryPinInfo(PIN_INFO* info) {
-  if (info == nullptr) return E_POINTER;
-  info->pFilter = static_cast<IBaseFilter*>(m_Filter);
-  info->pFilter->AddRef();
-  info->dir = PINDIR_INPUT;
-  std::wcsncpy(info->achName, kPinName, MAX_PIN_NAME);
-  return S_OK;
+  return InputPinInfo(static_cast<IBaseFilter*>(m_Filter), kPinName, info);
 }
 
 STDMETHODIMP CSinkInputPin::QueryDirection(PIN_DIRECTION* direction) {
-  if (direction == nullptr) return E_POINTER;
-  *direction = PINDIR_INPUT;
-  return S_OK;
+  return InputDirection(direction);
 }
 
 STDMETHODIMP CSinkInputPin::QueryId(LPWSTR* id) {
