@@ -99,7 +99,7 @@ HRESULT CTsOutputPin::FillBuffer(IMediaSample* sample) {
   }
 
   SampleProperties properties;
-  const HRESULT hr = m_Engine.FillBuffer(buffer, m_Seeking.SeekRate(), m_Seeking.SeekStop(), &properties);
+  const HRESULT hr = m_Engine.FillBuffer(buffer, m_Seeking.SeekRateHeld(), m_Seeking.SeekStopHeld(), &properties);
   if (hr == S_OK && sample != nullptr) {
     sample->SetTime(&properties.start, &properties.stop);
     sample->SetSyncPoint(properties.syncPoint ? TRUE : FALSE);

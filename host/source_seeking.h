@@ -45,6 +45,10 @@ class CSourceSeeking : public IMediaSeeking {
   REFERENCE_TIME SeekStop();
   double SeekRate();
   bool TimeFormatIsBytes();
+  // For a caller that holds the lock already, as the packet engine does on
+  // every packet.
+  REFERENCE_TIME SeekStopHeld() const { return m_Stop; }
+  double SeekRateHeld() const { return m_Rate; }
 
  protected:
   // Run after a change, with no lock held.
