@@ -23,13 +23,7 @@ int CPatParser::OfferSection(std::span<const std::uint8_t> section, std::size_t 
   if (!CrcIsValid(section, totalLength)) return 0;
 
   auto pat = std::make_unique<PatRecord>();
-  pat->table_id = h.table_id;
-  pat->section_syntax_indicator = h.section_syntax_indicator;
-  pat->section_length = h.section_length;
-  pat->version_number = h.version_number;
-  pat->current_next_indicator = h.current_next_indicator;
-  pat->section_number = h.section_number;
-  pat->last_section_number = h.last_section_number;
+  CopyHeaderFields(h, *pat);
   pat->transport_stream_id = h.id_extension;
   const CSectionReader r(section);
   const int rows = rowBytes > 0 ? rowBytes / 4 : 0;

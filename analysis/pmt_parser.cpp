@@ -12,13 +12,8 @@ constexpr std::uint8_t kLanguageDescriptorTag = 10;
 void ParsePmt(std::span<const std::uint8_t> section, PmtRecord& record) {
   const SectionHeader h = ReadSectionHeader(section);
   const CSectionReader r(section);
-  record.table_id = h.table_id;
-  record.section_syntax_indicator = h.section_syntax_indicator;
+  CopyHeaderFields(h, record);
   record.section_length = std::min(h.section_length, kMaxParsedSectionLength);
-  record.version_number = h.version_number;
-  record.current_next_indicator = h.current_next_indicator;
-  record.section_number = h.section_number;
-  record.last_section_number = h.last_section_number;
   record.program_number = h.id_extension;
   record.pcr_pid = r.Pid(8);
   record.program_info_length = r.Length12(10);

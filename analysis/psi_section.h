@@ -38,6 +38,18 @@ SectionHeader ReadSectionHeader(std::span<const std::uint8_t> section);
 // syntax indicator set. Headers cut short fail.
 bool PassesCommonSectionTest(const SectionHeader& header);
 
+// The seven header fields that every parsed record keeps.
+template <class Record>
+void CopyHeaderFields(const SectionHeader& h, Record& record) {
+  record.table_id = h.table_id;
+  record.section_syntax_indicator = h.section_syntax_indicator;
+  record.section_length = h.section_length;
+  record.version_number = h.version_number;
+  record.current_next_indicator = h.current_next_indicator;
+  record.section_number = h.section_number;
+  record.last_section_number = h.last_section_number;
+}
+
 // Big-endian reads that answer 0 behind the end of the bytes at hand.
 class CSectionReader {
  public:

@@ -73,13 +73,7 @@ int CSdtParser::OfferSection(std::span<const std::uint8_t> section, std::size_t 
   if (!CrcIsValid(section, totalLength)) return 0;
 
   auto record = std::make_unique<SdtRecord>();
-  record->table_id = h.table_id;
-  record->section_syntax_indicator = h.section_syntax_indicator;
-  record->section_length = h.section_length;
-  record->version_number = h.version_number;
-  record->current_next_indicator = h.current_next_indicator;
-  record->section_number = h.section_number;
-  record->last_section_number = h.last_section_number;
+  CopyHeaderFields(h, *record);
   record->transport_stream_id = h.id_extension;
   ParseSdt(section, totalLength, *record);
 
