@@ -26,7 +26,6 @@ constexpr LONG kNoMoreItems = ERROR_NO_MORE_ITEMS;
 constexpr LONG kBadHandle = ERROR_INVALID_HANDLE;
 constexpr LONG kBadParameter = ERROR_INVALID_PARAMETER;
 constexpr LONG kDenied = ERROR_ACCESS_DENIED;
-constexpr LONG kBadPath = ERROR_BAD_PATHNAME;
 
 const BYTE* Bytes(const void* data) { return static_cast<const BYTE*>(data); }
 BYTE* Out(void* data) { return static_cast<BYTE*>(data); }
