@@ -53,7 +53,7 @@ HRESULT CPacketEngine::FillBuffer(std::span<std::uint8_t> sample, double rate,
   std::uint16_t pid = 0;
   const std::uint8_t* packetBytes = nullptr;
   for (;;) {
-    const std::uint32_t current = CurrentPacket;
+    const std::uint32_t current = CurrentPacket.load(std::memory_order_relaxed);
     if (current >= packets) {
       m_Host.EndOfStream();
       return S_FALSE;
@@ -76,9 +76,11 @@ HRESULT CPacketEngine::FillBuffer(std::span<std::uint8_t> sample, double rate,
     }
 
     pid = GetPid(PacketSpan(packetBytes, kPacketSize));
-    CurrentPacket = current + 1;
+    // Only this thread writes it; readers need a whole value, not a fence
+    // at every packet.
+    CurrentPacket.store(current + 1, std::memory_order_release);
     if (prefDemux == kElementaryDemux && hasSample && pid != videoPid) continue;
-    if (CurrentPacket < DeliveryGate) continue;
+    if (current + 1 < DeliveryGate) continue;
     break;
   }
 

@@ -220,6 +220,7 @@ std::uint64_t CTsSourceFilter::FileSizeBytes() {
 void CTsSourceFilter::SetStreamLimit(std::uint64_t bytes) {
   CAutoLock lock(&m_FilterLock);
   m_File.SetStreamLimit(bytes);
+  m_StreamSizeAnswer.store(0, std::memory_order_release);
 }
 
 // ---- Pages, filled in by later work --------------------------------------
@@ -258,6 +259,7 @@ STDMETHODIMP CTsSourceFilter::Load(LPCWSTR fileName, const AM_MEDIA_TYPE* type) 
   }
 
   if (!m_File.Open(ansi.get())) return E_FAIL;
+  m_StreamSizeAnswer.store(0, std::memory_order_release);
 
   std::snprintf(m_AnsiName, sizeof m_AnsiName, "%s", ansi.get());
   const std::uint64_t streamSize = GetStreamSize();
@@ -375,14 +377,20 @@ STDMETHODIMP CTsSourceFilter::GetCurFile(LPWSTR* fileName, AM_MEDIA_TYPE* type) 
 // ---- The engine's view of the filter ------------------------------------
 
 std::uint64_t CTsSourceFilter::GetStreamSize() {
+  const std::uint64_t kept = m_StreamSizeAnswer.load(std::memory_order_acquire);
+  if (kept != 0) return kept - 1;
   CAutoLock lock(&m_FilterLock);
-  return m_File.GetStreamSize();
+  const std::uint64_t size = m_File.GetStreamSize();
+  m_StreamSizeAnswer.store(size + 1, std::memory_order_release);
+  return size;
 }
 
 HRESULT CTsSourceFilter::ReadPackets(std::span<std::uint8_t> buffer, std::uint32_t first,
                                      std::uint32_t count, std::uint32_t* firstOut) {
   CAutoLock lock(&m_FilterLock);
-  return m_File.ReadPackets(buffer, first, count, firstOut);
+  const HRESULT hr = m_File.ReadPackets(buffer, first, count, firstOut);
+  m_StreamSizeAnswer.store(0, std::memory_order_release);  // the read asks the file again
+  return hr;
 }
 
 bool CTsSourceFilter::VideoHeaderKnown() { return m_Video.aspectX != 0; }

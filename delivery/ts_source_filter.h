@@ -181,6 +181,11 @@ class CTsSourceFilter : public CSource,
   char m_AnsiName[MAX_PATH] = {};
   CMediaType m_CurrentType;
   CPacketFile m_File;
+  // Delivery asks for the stream size at every packet, and the answer moves
+  // only where a read or a stream limit may move it. The last answer is kept
+  // here plus one (0: ask the file), cleared under the filter lock at those
+  // places, so delivery takes the filter lock once a block, not once a packet.
+  std::atomic<std::uint64_t> m_StreamSizeAnswer{0};
   std::unique_ptr<std::uint8_t[]> m_DeliveryBuffer;
   std::unique_ptr<std::uint8_t[]> m_ScanBuffer;
   REFERENCE_TIME m_Duration = 0;

@@ -56,15 +56,32 @@ STDMETHODIMP CMemAllocator::Commit() {
     }
   }
   m_Committed = true;
+  // The allocator holds itself while committed and until the last sample
+  // out has come back, so a sample never outlives it.
+  if (!m_HoldsItself) {
+    m_HoldsItself = true;
+    AddRef();
+  }
   return S_OK;
 }
 
 STDMETHODIMP CMemAllocator::Decommit() {
-  std::lock_guard<std::mutex> lock(m_Lock);
-  m_Committed = false;
-  // Wakes every request that waits for a buffer: they fail now.
-  m_Returned.notify_all();
+  bool letGo = false;
+  {
+    std::lock_guard<std::mutex> lock(m_Lock);
+    m_Committed = false;
+    // Wakes every request that waits for a buffer: they fail now.
+    m_Returned.notify_all();
+    letGo = LetGoOfItselfLocked();
+  }
+  if (letGo) Release();
   return S_OK;
+}
+
+bool CMemAllocator::LetGoOfItselfLocked() {
+  if (!m_HoldsItself || m_Committed || m_Free.size() != m_All.size()) return false;
+  m_HoldsItself = false;
+  return true;
 }
 
 STDMETHODIMP CMemAllocator::GetBuffer(IMediaSample** sample, REFERENCE_TIME*, REFERENCE_TIME*, DWORD) {
@@ -73,29 +90,35 @@ STDMETHODIMP CMemAllocator::GetBuffer(IMediaSample** sample, REFERENCE_TIME*, RE
   CMediaSample* taken = nullptr;
   {
     std::unique_lock<std::mutex> lock(m_Lock);
-    m_Returned.wait(lock, [this] { return !m_Committed || !m_Free.empty(); });
+    if (m_Committed && m_Free.empty()) {
+      ++m_Waiting;
+      m_Returned.wait(lock, [this] { return !m_Committed || !m_Free.empty(); });
+      --m_Waiting;
+    }
     if (!m_Committed) return VFW_E_NOT_COMMITTED;
     taken = m_Free.back();
     m_Free.pop_back();
   }
-  // Each sample out keeps the allocator alive until it comes back.
-  AddRef();
   taken->ResetProperties();
-  taken->AddRef();
+  taken->TakeFirstReference();
   *sample = taken;
   return S_OK;
 }
 
 STDMETHODIMP CMemAllocator::ReleaseBuffer(IMediaSample* sample) {
   if (sample == nullptr) return E_POINTER;
+  bool letGo = false;
   {
     std::lock_guard<std::mutex> lock(m_Lock);
     auto* ours = static_cast<CMediaSample*>(sample);
     if (std::find(m_All.begin(), m_All.end(), ours) == m_All.end()) return E_INVALIDARG;
     m_Free.push_back(ours);
-    m_Returned.notify_all();
+    // A sample comes back once per packet; waking is needed only when the
+    // pool had run dry.
+    if (m_Waiting > 0) m_Returned.notify_all();
+    letGo = LetGoOfItselfLocked();
   }
-  Release();
+  if (letGo) Release();  // may delete the allocator and this sample
   return S_OK;
 }
 

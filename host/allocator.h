@@ -34,13 +34,16 @@ class CMemAllocator : public CUnknown, public IMemAllocator {
 
  private:
   CMemAllocator();
-  void FreeBuffersIfIdle();  // m_Lock held
+  // True when the reference of its own is to go now: decommitted, all back.
+  bool LetGoOfItselfLocked();
 
   std::mutex m_Lock;
   std::condition_variable m_Returned;
   ALLOCATOR_PROPERTIES m_Properties{};
   bool m_PropertiesSet = false;
   bool m_Committed = false;
+  int m_Waiting = 0;                  // requests that wait for a buffer
+  bool m_HoldsItself = false;         // a reference of its own, from Commit
   std::vector<CMediaSample*> m_All;   // every buffer made
   std::vector<CMediaSample*> m_Free;  // those in the pool
 };

@@ -36,11 +36,12 @@ DWORD CAMThread::CallWorker(DWORD command) {
 
 DWORD CAMThread::GetRequest() {
   std::unique_lock<std::mutex> lock(m_Lock);
-  m_Changed.wait(lock, [this] { return m_Pending; });
+  m_Changed.wait(lock, [this] { return m_Pending.load(); });
   return m_Command;
 }
 
 bool CAMThread::CheckRequest(DWORD* command) {
+  if (!m_Pending.load(std::memory_order_acquire)) return false;
   std::lock_guard<std::mutex> lock(m_Lock);
   if (!m_Pending) return false;
   if (command != nullptr) *command = m_Command;

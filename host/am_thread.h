@@ -3,6 +3,7 @@
 // without waiting. A command stays pending until it is replied to.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -37,7 +38,10 @@ class CAMThread {
   std::mutex m_SenderLock;  // one sender at a time
   std::mutex m_Lock;        // guards the fields below
   std::condition_variable m_Changed;
-  bool m_Pending = false;   // a command waits for its reply
+  // A command waits for its reply. Written under m_Lock; the worker looks at
+  // it without the lock between two samples, and takes the lock only when
+  // a command is there.
+  std::atomic<bool> m_Pending{false};
   bool m_Replied = false;
   DWORD m_Command = 0;
   DWORD m_Result = 0;

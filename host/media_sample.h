@@ -40,6 +40,9 @@ class CMediaSample : public IMediaSample {
   // Clears times and flags before the sample is handed out again; the length
   // goes back to the whole buffer.
   void ResetProperties();
+  // A sample in the pool has no references; the allocator's lock hands it
+  // from the thread that gave it back to the one that takes it.
+  void TakeFirstReference() { m_RefCount.store(1, std::memory_order_relaxed); }
   bool HasTime() const { return m_TimeValid; }
 
  private:

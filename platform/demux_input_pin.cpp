@@ -118,6 +118,7 @@ STDMETHODIMP CDemuxInputPin::BeginFlush() {
   {
     std::lock_guard<std::mutex> guard(f.m_Lock);
     f.m_Flushing = true;
+    f.NoteStreamChangeLocked();
   }
   // Unblocks a delivery waiting downstream, so the stream lock comes free.
   for (const ComPtr<IPin>& peer : f.ConnectedPeers()) peer->BeginFlush();
@@ -131,6 +132,7 @@ STDMETHODIMP CDemuxInputPin::EndFlush() {
   for (const ComPtr<IPin>& peer : f.ConnectedPeers()) peer->EndFlush();
   std::lock_guard<std::mutex> guard(f.m_Lock);
   f.m_Flushing = false;
+  f.NoteStreamChangeLocked();
   return S_OK;
 }
 
@@ -166,14 +168,7 @@ STDMETHODIMP CDemuxInputPin::Receive(IMediaSample* sample) {
   if (sample == nullptr) return E_POINTER;
   CMpeg2Demultiplexer& f = *m_Filter;
   std::lock_guard<std::mutex> stream(f.m_ReceiveLock);
-  std::shared_ptr<const CMpeg2Demultiplexer::RouteTable> routes;
-  {
-    std::lock_guard<std::mutex> guard(f.m_Lock);
-    if (f.m_State == State_Stopped) return VFW_E_WRONG_STATE;
-    if (f.m_Flushing) return S_FALSE;
-    if (!f.m_InputPeer) return VFW_E_NOT_CONNECTED;
-    routes = f.m_PublishedRoutes;
-  }
+  if (const HRESULT gate = f.ReceiveGate(); gate != S_OK) return gate;
   const LONG length = sample->GetActualDataLength();
   if (length < 0 || length > sample->GetSize()) return VFW_E_BUFFER_OVERFLOW;
   BYTE* data = nullptr;
@@ -190,7 +185,7 @@ STDMETHODIMP CDemuxInputPin::Receive(IMediaSample* sample) {
       if (assembly.assembler) assembly.assembler->Reset();
     }
   }
-  f.m_ActiveRoutes = routes.get();
+  f.m_ActiveRoutes = f.m_SeenRoutes.get();
   f.ProcessBytes(std::span<const std::uint8_t>(data, static_cast<std::size_t>(length)));
   for (CDemuxOutputPin* pin : f.m_QueuedPins) pin->SendQueuedPackets();
   f.m_QueuedPins.clear();

@@ -2,8 +2,12 @@
 
 namespace platform_internal {
 
+// The demultiplexer makes one of these per PES payload; clearing a buffer
+// that is about to be filled would cost as much as the copy itself.
 CMemorySample::CMemorySample(LONG size)
-    : m_Data(static_cast<std::size_t>(size > 0 ? size : 0)), m_Length(size > 0 ? size : 0) {}
+    : m_Data(size > 0 ? new BYTE[static_cast<std::size_t>(size)] : nullptr),
+      m_Size(size > 0 ? size : 0),
+      m_Length(m_Size) {}
 
 STDMETHODIMP CMemorySample::QueryInterface(REFIID riid, void** ppv) {
   if (ppv == nullptr) return E_POINTER;
@@ -24,11 +28,11 @@ STDMETHODIMP_(ULONG) CMemorySample::Release() {
 
 STDMETHODIMP CMemorySample::GetPointer(BYTE** buffer) {
   if (buffer == nullptr) return E_POINTER;
-  *buffer = m_Data.data();
+  *buffer = m_Data.get();
   return S_OK;
 }
 
-STDMETHODIMP_(LONG) CMemorySample::GetSize() { return static_cast<LONG>(m_Data.size()); }
+STDMETHODIMP_(LONG) CMemorySample::GetSize() { return m_Size; }
 
 STDMETHODIMP CMemorySample::GetTime(REFERENCE_TIME* start, REFERENCE_TIME* end) {
   if (start == nullptr || end == nullptr) return E_POINTER;

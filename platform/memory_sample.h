@@ -4,14 +4,15 @@
 #pragma once
 
 #include <atomic>
-#include <vector>
+#include <memory>
 
 #include "platform/strmif.h"
 
 namespace platform_internal {
 
 // Made with a reference count of 0; hold it in a ComPtr. The data length
-// starts at the full size. Not shared between threads while it is filled.
+// starts at the full size, and the bytes are not cleared: whoever fills the
+// sample writes them. Not shared between threads while it is filled.
 class CMemorySample final : public IMediaSample {
  public:
   explicit CMemorySample(LONG size);
@@ -44,7 +45,8 @@ class CMemorySample final : public IMediaSample {
  private:
   ~CMemorySample() = default;
 
-  std::vector<BYTE> m_Data;
+  std::unique_ptr<BYTE[]> m_Data;  // null for a sample of no bytes
+  LONG m_Size;
   LONG m_Length;
   bool m_TimeValid = false;
   REFERENCE_TIME m_Start = 0;

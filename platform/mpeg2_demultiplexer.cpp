@@ -101,6 +101,25 @@ REFERENCE_TIME CMpeg2Demultiplexer::TimeOf(std::uint64_t pts) {
   return m_SegmentStart + m_PtsSinceFirst * 1000 / 9;
 }
 
+HRESULT CMpeg2Demultiplexer::ReceiveGate() {
+  const std::uint64_t version = m_StreamVersion.load(std::memory_order_acquire);
+  if (version != m_SeenVersion) {
+    std::lock_guard<std::mutex> guard(m_Lock);
+    if (m_State == State_Stopped) {
+      m_SeenGate = VFW_E_WRONG_STATE;
+    } else if (m_Flushing) {
+      m_SeenGate = S_FALSE;
+    } else if (!m_InputPeer) {
+      m_SeenGate = VFW_E_NOT_CONNECTED;
+    } else {
+      m_SeenGate = S_OK;
+    }
+    m_SeenRoutes = m_PublishedRoutes;
+    m_SeenVersion = m_StreamVersion.load(std::memory_order_relaxed);
+  }
+  return m_SeenGate;
+}
+
 void CMpeg2Demultiplexer::ResetStreamLocked() {
   m_Carry.clear();
   for (Assembly& assembly : m_Assemblies) {
@@ -151,6 +170,7 @@ STDMETHODIMP CMpeg2Demultiplexer::Stop() {
     std::lock_guard<std::mutex> guard(m_Lock);
     if (m_State == State_Stopped) return S_OK;
     m_State = State_Stopped;
+    NoteStreamChangeLocked();
     // Wakes a delivery waiting for a buffer, so the stream lock comes free.
     for (CDemuxOutputPin* pin : OutputsLocked()) pin->DecommitLocked();
   }
@@ -192,6 +212,7 @@ STDMETHODIMP CMpeg2Demultiplexer::Pause() {
     m_Flushing = false;
   }
   m_State = State_Paused;
+  NoteStreamChangeLocked();
   return S_OK;
 }
 
@@ -396,6 +417,7 @@ std::vector<PID_MAP> CMpeg2Demultiplexer::MapOf(CDemuxOutputPin* pin) {
 // beside the delivery never shows half done.
 void CMpeg2Demultiplexer::PublishRoutesLocked() {
   m_PublishedRoutes = std::make_shared<const RouteTable>(m_Routes);
+  NoteStreamChangeLocked();
 }
 
 CDemuxOutputPin* CMpeg2Demultiplexer::FindOutputLocked(LPCWSTR name) const {

@@ -142,6 +142,9 @@ class CMpeg2Demultiplexer final : public IBaseFilter,
   void ProcessPacket(TsPacketBytes packet);
   void DeliverPes(std::uint16_t pid, const PesPacket& pes);
   void ResetStreamLocked();
+  void NoteStreamChangeLocked() { m_StreamVersion.fetch_add(1, std::memory_order_release); }
+  // Under m_ReceiveLock: S_OK when a sample may be taken, else the answer.
+  HRESULT ReceiveGate();
   REFERENCE_TIME TimeOf(std::uint64_t pts);
 
   CDemuxInputPin m_Input{this};
@@ -155,6 +158,12 @@ class CMpeg2Demultiplexer final : public IBaseFilter,
   std::uint64_t m_LastPts = 0;                            // guarded by m_ReceiveLock
   LONGLONG m_PtsSinceFirst = 0;                           // guarded by m_ReceiveLock; unwrapped ticks
   REFERENCE_TIME m_SegmentStart = 0;                      // guarded by m_ReceiveLock
+  // What Receive last saw of the filter: its answer by state, flushing and
+  // connection, and the routes. Taken again under m_Lock only when
+  // m_StreamVersion has moved, so a packet costs no m_Lock.
+  std::uint64_t m_SeenVersion = 0;                        // guarded by m_ReceiveLock
+  HRESULT m_SeenGate = VFW_E_WRONG_STATE;                 // guarded by m_ReceiveLock
+  std::shared_ptr<const RouteTable> m_SeenRoutes;         // guarded by m_ReceiveLock
 
   mutable std::mutex m_Lock;
   FILTER_STATE m_State = State_Stopped;                    // guarded by m_Lock
@@ -170,6 +179,10 @@ class CMpeg2Demultiplexer final : public IBaseFilter,
   IFilterGraph* m_Graph = nullptr;                         // guarded by m_Lock; the graph holds us
   std::wstring m_Name;                                     // guarded by m_Lock
 
+  // Moves, under m_Lock, after each change of the state, the flushing flag
+  // or the routes. A connection changes only while stopped, and the pause
+  // that follows moves it.
+  std::atomic<std::uint64_t> m_StreamVersion{1};
   std::atomic<ULONG> m_RefCount{0};
 };
 

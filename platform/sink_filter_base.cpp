@@ -94,6 +94,11 @@ STDMETHODIMP CSinkInputPin::EndOfStream() {
   if (m_Filter->m_State == State_Stopped) return VFW_E_WRONG_STATE;
   if (m_Filter->m_Flushing) return S_FALSE;
   ++m_Filter->m_EndOfStreams;
+  if (FAILED(m_Filter->m_WriteFailure)) return m_Filter->m_WriteFailure;
+  if (const HRESULT hr = m_Filter->OnEndOfStream(); FAILED(hr)) {
+    m_Filter->WriteFailedLocked(hr);
+    return hr;
+  }
   // One completion per stream: a second end of stream before a flush or a
   // stop must not count twice in the graph.
   if (!m_Filter->m_CompletionSent) {
@@ -168,8 +173,7 @@ STDMETHODIMP CSinkInputPin::Receive(IMediaSample* sample) {
   }
   const HRESULT written = f.OnWrite(data, length);
   if (FAILED(written)) {
-    f.m_WriteFailure = written;
-    f.NotifyLocked(EC_ERRORABORT, written, 0);
+    f.WriteFailedLocked(written);
     return written;
   }
   ++f.m_Samples;
@@ -379,6 +383,11 @@ STDMETHODIMP CSinkFilter::SetSampleDelay(DWORD microseconds) {
 
 void CSinkFilter::NotifyLocked(LONG code, LONG_PTR param1, LONG_PTR param2) {
   if (m_EventSink != nullptr) m_EventSink->Notify(code, param1, param2);
+}
+
+void CSinkFilter::WriteFailedLocked(HRESULT failure) {
+  m_WriteFailure = failure;
+  NotifyLocked(EC_ERRORABORT, failure, 0);
 }
 
 bool CSinkFilter::AcceptsLocked(const AM_MEDIA_TYPE& type) const {

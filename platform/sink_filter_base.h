@@ -95,10 +95,13 @@ class CSinkFilter : public IBaseFilter, public IAMFilterMiscFlags, public IStrea
   virtual HRESULT QueryMoreInterfaces(REFIID riid, void** ppv);
   // Under m_Lock. Start runs at the pause out of stopped and may refuse it;
   // Stop at the stop; Write for each sample taken, whose failure is the
-  // answer to the upstream pin.
+  // answer to the upstream pin and is reported once as EC_ERRORABORT.
   virtual HRESULT OnStartStreaming() { return S_OK; }
   virtual void OnStopStreaming() {}
   virtual HRESULT OnWrite(const BYTE*, LONG) { return S_OK; }
+  // At each end of stream, before the completion goes out: a failure here
+  // aborts instead.
+  virtual HRESULT OnEndOfStream() { return S_OK; }
 
   std::mutex m_Lock;
   FILTER_STATE m_State = State_Stopped;  // guarded by m_Lock
@@ -108,6 +111,7 @@ class CSinkFilter : public IBaseFilter, public IAMFilterMiscFlags, public IStrea
 
   HRESULT StartLocked();
   void NotifyLocked(LONG code, LONG_PTR param1, LONG_PTR param2);
+  void WriteFailedLocked(HRESULT failure);
   bool AcceptsLocked(const AM_MEDIA_TYPE& type) const;
 
   const CLSID m_Clsid;

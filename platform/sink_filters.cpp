@@ -6,6 +6,7 @@
 #include "platform/files.h"
 #include "platform/graph_plumbing.h"
 #include "platform/sink_filter_base.h"
+#include "platform/write_behind.h"
 
 namespace platform_internal {
 
@@ -66,23 +67,28 @@ class CStreamFileWriter final : public CSinkFilter, public IFileSinkFilter {
     if (m_FileName.empty()) return E_FAIL;
     m_File = CreateFileA(WideToAnsi(m_FileName).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                          CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    return m_File != INVALID_HANDLE_VALUE ? S_OK : LastErrorResult();
+    if (m_File == INVALID_HANDLE_VALUE) return LastErrorResult();
+    const HRESULT hr = m_Behind.Start(m_File);
+    if (FAILED(hr)) OnStopStreaming();
+    return hr;
   }
 
+  // What was taken goes to the file before it closes; a failure found only
+  // now has no one left to tell.
   void OnStopStreaming() override {
+    m_Behind.Stop();
     if (m_File != INVALID_HANDLE_VALUE) CloseHandle(m_File);
     m_File = INVALID_HANDLE_VALUE;
   }
 
+  // The disk is written behind the sample, so a failed write is answered to
+  // a later sample, or at the end of the stream at the latest.
   HRESULT OnWrite(const BYTE* data, LONG length) override {
-    if (length == 0) return S_OK;
-    DWORD written = 0;
-    if (!WriteFile(m_File, data, static_cast<DWORD>(length), &written, nullptr)) {
-      return LastErrorResult();
-    }
-    // A short write that reports no error is a full device.
-    return written == static_cast<DWORD>(length) ? S_OK : HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+    return m_Behind.Append(data, static_cast<std::size_t>(length));
   }
+
+  // The completion says the file holds the whole stream.
+  HRESULT OnEndOfStream() override { return m_Behind.Finish(); }
 
  private:
   static HRESULT LastErrorResult() {
@@ -93,6 +99,7 @@ class CStreamFileWriter final : public CSinkFilter, public IFileSinkFilter {
   std::wstring m_FileName;               // guarded by m_Lock
   AM_MEDIA_TYPE m_FileType{};            // guarded by m_Lock; no format block
   HANDLE m_File = INVALID_HANDLE_VALUE;  // guarded by m_Lock; open from pause to stop
+  CWriteBehind m_Behind;                 // guarded by m_Lock as its one producer
 };
 
 template <class Sink>

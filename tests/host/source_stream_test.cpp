@@ -229,4 +229,21 @@ TEST(CMemAllocator, RequestsWaitForAFreeBufferAndFailOnceDecommitted) {
   allocator->NonDelegatingRelease();
 }
 
+// A sample out keeps its allocator: the last reference may go first.
+TEST(CMemAllocator, SampleOutlivesTheLastReferenceToItsAllocator) {
+  CMemAllocator* allocator = CMemAllocator::Create();
+  allocator->NonDelegatingAddRef();
+  ALLOCATOR_PROPERTIES request{2, 188, 1, 0}, actual{};
+  ASSERT_EQ(allocator->SetProperties(&request, &actual), S_OK);
+  ASSERT_EQ(allocator->Commit(), S_OK);
+  IMediaSample* sample = nullptr;
+  ASSERT_EQ(allocator->GetBuffer(&sample, nullptr, nullptr, 0), S_OK);
+  allocator->Decommit();
+  allocator->NonDelegatingRelease();
+  BYTE* data = nullptr;
+  ASSERT_EQ(sample->GetPointer(&data), S_OK);
+  data[187] = 0x47;  // still there
+  sample->Release();  // the allocator goes with it
+}
+
 }  // namespace
