@@ -21,6 +21,7 @@ STDMETHODIMP CMemAllocator::SetProperties(ALLOCATOR_PROPERTIES* request, ALLOCAT
   if (request == nullptr || actual == nullptr) return E_POINTER;
   std::lock_guard<std::mutex> lock(m_Lock);
   if (m_Committed) return VFW_E_ALREADY_COMMITTED;
+  UnparkLocked();
   if (m_Free.size() != m_All.size()) return VFW_E_BUFFERS_OUTSTANDING;
   if (request->cBuffers <= 0 || request->cbBuffer <= 0 || request->cbAlign <= 0 || request->cbPrefix < 0) {
     return E_INVALIDARG;
@@ -78,7 +79,12 @@ STDMETHODIMP CMemAllocator::Decommit() {
   return S_OK;
 }
 
+void CMemAllocator::UnparkLocked() {
+  if (CMediaSample* parked = m_Parked.exchange(nullptr)) m_Free.push_back(parked);
+}
+
 bool CMemAllocator::LetGoOfItselfLocked() {
+  UnparkLocked();
   if (!m_HoldsItself || m_Committed || m_Free.size() != m_All.size()) return false;
   m_HoldsItself = false;
   return true;
@@ -87,17 +93,23 @@ bool CMemAllocator::LetGoOfItselfLocked() {
 STDMETHODIMP CMemAllocator::GetBuffer(IMediaSample** sample, REFERENCE_TIME*, REFERENCE_TIME*, DWORD) {
   if (sample == nullptr) return E_POINTER;
   *sample = nullptr;
-  CMediaSample* taken = nullptr;
-  {
+  CMediaSample* taken = m_Committed ? m_Parked.exchange(nullptr) : nullptr;
+  if (taken == nullptr) {
     std::unique_lock<std::mutex> lock(m_Lock);
-    if (m_Committed && m_Free.empty()) {
+    while (taken == nullptr) {
+      if (!m_Committed) return VFW_E_NOT_COMMITTED;
+      if (!m_Free.empty()) {
+        taken = m_Free.back();
+        m_Free.pop_back();
+        break;
+      }
+      // Counted before the parked slot is looked at, so that a sample parked
+      // meanwhile is either seen here or its giver sees the count and wakes us.
       ++m_Waiting;
-      m_Returned.wait(lock, [this] { return !m_Committed || !m_Free.empty(); });
+      taken = m_Parked.exchange(nullptr);
+      if (taken == nullptr) m_Returned.wait(lock);
       --m_Waiting;
     }
-    if (!m_Committed) return VFW_E_NOT_COMMITTED;
-    taken = m_Free.back();
-    m_Free.pop_back();
   }
   taken->ResetProperties();
   taken->TakeFirstReference();
@@ -107,15 +119,26 @@ STDMETHODIMP CMemAllocator::GetBuffer(IMediaSample** sample, REFERENCE_TIME*, RE
 
 STDMETHODIMP CMemAllocator::ReleaseBuffer(IMediaSample* sample) {
   if (sample == nullptr) return E_POINTER;
+  auto* ours = static_cast<CMediaSample*>(sample);
+  // m_All changes only while no sample is out, and this one is.
+  if (std::find(m_All.begin(), m_All.end(), ours) == m_All.end()) return E_INVALIDARG;
+  bool parked = false;
+  if (m_Committed) {
+    CMediaSample* empty = nullptr;
+    parked = m_Parked.compare_exchange_strong(empty, ours);
+    if (parked && m_Waiting == 0 && m_Committed) return S_OK;
+    // A request waits, or a decommit came between: settled under the lock.
+    // A parked sample may have been taken again already; it is not ours to
+    // put back any more.
+  }
   bool letGo = false;
   {
     std::lock_guard<std::mutex> lock(m_Lock);
-    auto* ours = static_cast<CMediaSample*>(sample);
-    if (std::find(m_All.begin(), m_All.end(), ours) == m_All.end()) return E_INVALIDARG;
-    m_Free.push_back(ours);
-    // A sample comes back once per packet; waking is needed only when the
-    // pool had run dry.
-    if (m_Waiting > 0) m_Returned.notify_all();
+    if (!parked) m_Free.push_back(ours);
+    if (m_Waiting > 0) {
+      UnparkLocked();
+      m_Returned.notify_all();
+    }
     letGo = LetGoOfItselfLocked();
   }
   if (letGo) Release();  // may delete the allocator and this sample
@@ -124,5 +147,6 @@ STDMETHODIMP CMemAllocator::ReleaseBuffer(IMediaSample* sample) {
 
 int CMemAllocator::Outstanding() {
   std::lock_guard<std::mutex> lock(m_Lock);
+  UnparkLocked();
   return static_cast<int>(m_All.size() - m_Free.size());
 }

@@ -146,6 +146,11 @@ namespace {
 // file's first 30000 packets.
 constexpr std::uint64_t kFirstSwitchPacket = 30000;
 constexpr std::uint64_t kPacketBytes = 188;
+// The filter does not pace its output, so the stretch in which it allows a
+// switch may pass in a few milliseconds. While a switch waits, the writers
+// hold each sample this long, as a player's clock would, so that the tool
+// looking at the position every millisecond can act in that stretch.
+constexpr DWORD kSwitchPaceMicroseconds = 100;
 
 // Subtypes of the filter's own media types, by their well-known values; the
 // tool reaches the filter only through the module, so it keeps its own copy.
@@ -597,6 +602,10 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
   CConsoleQuestion question(options.answer, err, [&] {
     if (showProgress) ClearProgress(err);
   });
+  auto paceWriters = [&](DWORD microseconds) {
+    for (const StreamWriter& writer : writers) writer.counts->SetSampleDelay(microseconds);
+  };
+  if (audio.pending) paceWriters(kSwitchPaceMicroseconds);
   auto trySwitch = [&] {
     LONGLONG position = 0;
     if (!controls.seeking || FAILED(controls.seeking->GetCurrentPosition(&position))) position = 0;
@@ -612,6 +621,7 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
       // an answer that no later try changes.
       audio.pending = false;
     }
+    if (!audio.pending) paceWriters(0);
   };
 
   const auto started = std::chrono::steady_clock::now();

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -226,6 +227,40 @@ TEST(CMemAllocator, RequestsWaitForAFreeBufferAndFailOnceDecommitted) {
   EXPECT_EQ(waited, VFW_E_NOT_COMMITTED);
   sample->Release();
   EXPECT_EQ(allocator->Outstanding(), 0);
+  allocator->NonDelegatingRelease();
+}
+
+// Takers and givers on two threads, with fewer buffers than they could
+// hold: no sample is lost or handed out twice, and none is out at the end.
+TEST(CMemAllocator, TwoThreadsTakingAndGivingBackLoseNoSample) {
+  CMemAllocator* allocator = CMemAllocator::Create();
+  allocator->NonDelegatingAddRef();
+  ALLOCATOR_PROPERTIES request{3, 188, 1, 0}, actual{};
+  ASSERT_EQ(allocator->SetProperties(&request, &actual), S_OK);
+  ASSERT_EQ(allocator->Commit(), S_OK);
+  std::atomic<int> twice{0};
+  auto work = [&](BYTE mark) {
+    for (int i = 0; i < 20000; ++i) {
+      IMediaSample* first = nullptr;
+      IMediaSample* second = nullptr;
+      if (allocator->GetBuffer(&first, nullptr, nullptr, 0) != S_OK) return;
+      if (i % 3 == 0 && allocator->GetBuffer(&second, nullptr, nullptr, 0) != S_OK) return;
+      BYTE* data = nullptr;
+      first->GetPointer(&data);
+      data[0] = mark;
+      std::this_thread::yield();
+      if (data[0] != mark) ++twice;
+      if (second != nullptr) second->Release();
+      first->Release();
+    }
+  };
+  std::thread a(work, BYTE{1});
+  std::thread b(work, BYTE{2});
+  a.join();
+  b.join();
+  EXPECT_EQ(twice, 0);
+  EXPECT_EQ(allocator->Outstanding(), 0);
+  allocator->Decommit();
   allocator->NonDelegatingRelease();
 }
 
