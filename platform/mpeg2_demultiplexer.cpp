@@ -311,7 +311,13 @@ STDMETHODIMP CMpeg2Demultiplexer::CreateOutputPin(AM_MEDIA_TYPE* type, LPWSTR pi
   if (name.empty() || name.size() >= MAX_PIN_NAME) return E_INVALIDARG;
   std::lock_guard<std::mutex> guard(m_Lock);
   if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;
-  if (name == kDemuxInputPinName || FindOutputLocked(name.c_str()) != nullptr) {
+  if (name == kDemuxInputPinName) return VFW_E_DUPLICATE_NAME;
+  // A caller that comes back for a name it made before (a source wiring us
+  // again at its next connection) gets that pin with the refusal, so it can
+  // go on with what stands.
+  if (CDemuxOutputPin* taken = FindOutputLocked(name.c_str()); taken != nullptr) {
+    *pin = static_cast<IPin*>(taken);
+    (*pin)->AddRef();
     return VFW_E_DUPLICATE_NAME;
   }
   AM_MEDIA_TYPE copy{};

@@ -10,6 +10,8 @@
 #include "platform/com_memory.h"
 #include "platform/mpeg2_demux.h"
 #include "platform/messages.h"
+#include "platform/graph_plumbing.h"
+#include "platform/objbase.h"
 #include "tests/delivery/filter_probe.h"
 #include "tests/support/scoped_registry.h"
 #include "tests/support/ts_writer.h"
@@ -286,5 +288,65 @@ TEST_F(DemuxWiringTest, StreamSelectLabelsSwitchesAndAsksForAChangeOfKind) {
   EXPECT_EQ(Selected(), 1) << "the track did not change";
   m_Filter->ReleaseDemux();
 }
+
+// ---- Through the platform's demultiplexer --------------------------------
+
+// The PIDs mapped to a pin of the demultiplexer, or -1 without that pin.
+std::vector<long> MappedTo(IBaseFilter* demux, const wchar_t* name) {
+  ComPtr<IPin> pin;
+  if (FAILED(demux->FindPin(name, pin.PutAddress()))) return {-1};
+  ComPtr<IMPEG2PIDMap> map;
+  ComPtr<IEnumPIDMap> maps;
+  EXPECT_EQ(pin->QueryInterface(IID_IMPEG2PIDMap, map.PutVoid()), S_OK);
+  EXPECT_EQ(map->EnumPIDMap(maps.PutAddress()), S_OK);
+  std::vector<long> pids;
+  PID_MAP entry{};
+  ULONG got = 0;
+  while (maps->Next(1, &entry, &got) == S_OK && got == 1) pids.push_back(static_cast<long>(entry.ulPID));
+  return pids;
+}
+
+class ConnectTest : public ::testing::TestWithParam<DWORD> {
+ protected:
+  tsw::ScopedRegistry m_Registry;
+  tsw::TempDir m_Dir;
+  FilterHolder m_Filter;
+};
+
+// The filter wires the demultiplexer as the pins connect, whatever
+// PrefDemux says; connected again, it finds the pins made (a taken name
+// that comes back with its pin) and leaves them and their maps alone.
+TEST_P(ConnectTest, WiresAtTheFirstConnectionAndLeavesItAtTheNext) {
+  ASSERT_TRUE(WriteSettingDword("PrefDemux", GetParam()));
+  ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
+  const auto path = m_Dir.File("c.ts");
+  TracksFile({kVideoStream, Mpeg(0x101, "eng"), Mpeg(0x102, "deu")}).Write(path);
+  ASSERT_EQ(m_Filter.Load(path), S_OK);
+
+  ComPtr<IBaseFilter> demux;
+  ASSERT_EQ(CoCreateInstance(CLSID_MPEG2Demultiplexer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                             demux.PutVoid()),
+            S_OK);
+  ComPtr<IPin> input;
+  ASSERT_EQ(demux->FindPin(L"MPEG-2 Stream", input.PutAddress()), S_OK);
+  IPin* output = m_Filter->OutputPin();
+  ASSERT_EQ(output->Connect(input.Get(), nullptr), S_OK);
+  EXPECT_TRUE(m_Filter->HoldsDemux());
+  EXPECT_EQ(MappedTo(demux.Get(), L"Video"), std::vector<long>{0x100});
+  EXPECT_EQ(MappedTo(demux.Get(), L"Audio"), std::vector<long>{0x101});
+
+  EXPECT_EQ(output->Disconnect(), S_OK);
+  EXPECT_EQ(input->Disconnect(), S_OK);
+  EXPECT_FALSE(m_Filter->HoldsDemux());
+  ASSERT_EQ(output->Connect(input.Get(), nullptr), S_OK);
+  EXPECT_FALSE(m_Filter->HoldsDemux()) << "taken names: wired, but nothing held";
+  EXPECT_EQ(MappedTo(demux.Get(), L"Video"), std::vector<long>{0x100});
+  EXPECT_EQ(MappedTo(demux.Get(), L"Audio"), std::vector<long>{0x101});
+  EXPECT_EQ(platform_internal::PinsOf(demux.Get()).size(), 3u) << "no pin made twice";
+  output->Disconnect();
+  input->Disconnect();
+}
+
+INSTANTIATE_TEST_SUITE_P(PrefDemux, ConnectTest, ::testing::Values(0u, 1u));
 
 }  // namespace
