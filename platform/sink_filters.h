@@ -11,10 +11,13 @@
 // again at each pause out of stopped and stay readable after Stop.
 //
 // The writer takes its file through IFileSinkFilter; it creates (or
-// truncates) the file at the pause out of stopped and closes it at Stop. A
-// failed write is answered to the upstream pin and reported once as
-// EC_ERRORABORT with the error; later samples get the same answer until the
-// next stop.
+// truncates) the file at the pause out of stopped and closes it at Stop,
+// once what it took is written. It writes behind the samples, on a thread
+// of its own, so a failed write is answered to a later sample or to the end
+// of the stream at the latest, and reported once as EC_ERRORABORT with the
+// error; the samples after it get the same answer until the next stop, and
+// no EC_COMPLETE follows. The end of the stream waits until the file holds
+// every byte taken.
 #pragma once
 
 #include "platform/guid.h"
