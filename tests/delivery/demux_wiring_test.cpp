@@ -270,7 +270,10 @@ TEST_F(DemuxWiringTest, StreamSelectLabelsSwitchesAndAsksForAChangeOfKind) {
   audio.clear();
   ASSERT_EQ(m_Filter->Enable(1, AMSTREAMSELECTENABLE_ENABLE), S_OK);
   EXPECT_EQ(audio, (std::vector<std::string>{"unmap 257", "map 258 es"}));
-  EXPECT_EQ(Selected(), 1);
+  EXPECT_EQ(m_Demux.Pin(L"Video")->log, (std::vector<std::string>{"map 256 es", "map 256 es"}))
+      << "the video PID is mapped again";
+  Label(1, &flags);
+  EXPECT_EQ(flags, AMSTREAMSELECTINFO_ENABLED);
 
   // A change of kind: the dialog, and E_INVALIDARG whatever the answer.
   EXPECT_EQ(m_Filter->Enable(2, AMSTREAMSELECTENABLE_ENABLE), E_INVALIDARG);
@@ -285,7 +288,52 @@ TEST_F(DemuxWiringTest, StreamSelectLabelsSwitchesAndAsksForAChangeOfKind) {
   EXPECT_EQ(m_Filter->Enable(2, AMSTREAMSELECTENABLE_ENABLE), E_INVALIDARG);
   EXPECT_TRUE(ReadSettingDword("AC3", &stored));
   EXPECT_EQ(stored, 1u) << "Yes stores the other mode for the next start";
-  EXPECT_EQ(Selected(), 1) << "the track did not change";
+  Label(1, &flags);
+  EXPECT_EQ(flags, AMSTREAMSELECTINFO_ENABLED) << "the track did not change";
+  m_Filter->ReleaseDemux();
+}
+
+// Without a PMT the census decides, and its one track speaks English.
+TEST_F(DemuxWiringTest, FallbackTrackIsLabelledInEnglish) {
+  ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
+  tsw::TsFile file;
+  for (int i = 0; i < 20; ++i) {
+    file.Add(tsw::MakePacket(0x100, true, tsw::PesHeader(0xE0, 90000 + 3600u * static_cast<unsigned>(i))));
+    if (i % 2 == 0) file.Add(tsw::MakePacket(0x101, true, tsw::PesHeader(0xC0, 90000)));
+  }
+  const auto path = m_Dir.File("census.ts");
+  file.Write(path);
+  ASSERT_EQ(m_Filter.Load(path), S_OK);
+  DWORD count = 0;
+  ASSERT_EQ(m_Filter->Count(&count), S_OK);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(Label(0), "Audio (eng) (MPG) ");
+  EXPECT_EQ(m_Filter->Count(nullptr), E_POINTER);
+}
+
+// A later PMT without stream rows empties the track list and leaves the
+// ready flag: no track to enable, but the wiring still works on the record
+// an earlier PMT left in place.
+TEST_F(DemuxWiringTest, EmptiedTrackListStillWiresTheRecordLeftBehind) {
+  ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
+  tsw::TsFile file;
+  file.AddSection(0, tsw::PatSection(1, 0, {{1, 0x1000}, {2, 0x1001}}));
+  file.AddSection(0x1000, tsw::PmtSection(1, 0, 0x100, {kVideoStream, Ac3(0x101, "deu")}));
+  file.AddSection(0x1001, tsw::PmtSection(2, 0, 0x100, {}));
+  file.Add(tsw::MakePacket(0x100, true, tsw::PesHeader(0xE0, 90000)));
+  file.Add(tsw::MakePacket(0x101, true, tsw::PesHeader(0xBD, 90000)));
+  file.AddFiller(0x1FFF, 31000);
+  const auto path = m_Dir.File("emptied.ts");
+  file.Write(path);
+  ASSERT_EQ(m_Filter.Load(path), S_OK);
+  DWORD count = 9;
+  ASSERT_EQ(m_Filter->Count(&count), S_OK);
+  ASSERT_EQ(count, 0u);
+  m_Filter->OutputPin()->Engine().CurrentPacket = 30000;
+  EXPECT_EQ(m_Filter->Enable(0, AMSTREAMSELECTENABLE_ENABLE), E_INVALIDARG);
+  ASSERT_EQ(m_Filter->WireDemux(&m_Demux), S_OK);
+  ASSERT_NE(m_Demux.Pin(L"AC3"), nullptr) << "the kind of the record picks the pin";
+  EXPECT_EQ(m_Demux.Pin(L"AC3")->log, std::vector<std::string>{"map 257 es"});
   m_Filter->ReleaseDemux();
 }
 
