@@ -73,6 +73,7 @@ STDMETHODIMP CMemAllocator::Decommit() {
     m_Committed = false;
     // Wakes every request that waits for a buffer: they fail now.
     m_Returned.notify_all();
+    UnparkLocked();
     letGo = LetGoOfItselfLocked();
   }
   if (letGo) Release();
@@ -84,7 +85,6 @@ void CMemAllocator::UnparkLocked() {
 }
 
 bool CMemAllocator::LetGoOfItselfLocked() {
-  UnparkLocked();
   if (!m_HoldsItself || m_Committed || m_Free.size() != m_All.size()) return false;
   m_HoldsItself = false;
   return true;
@@ -135,10 +135,8 @@ STDMETHODIMP CMemAllocator::ReleaseBuffer(IMediaSample* sample) {
   {
     std::lock_guard<std::mutex> lock(m_Lock);
     if (!parked) m_Free.push_back(ours);
-    if (m_Waiting > 0) {
-      UnparkLocked();
-      m_Returned.notify_all();
-    }
+    UnparkLocked();  // where a waiter and a decommit look
+    if (m_Waiting > 0) m_Returned.notify_all();
     letGo = LetGoOfItselfLocked();
   }
   if (letGo) Release();  // may delete the allocator and this sample

@@ -35,7 +35,8 @@ class CMemAllocator : public CUnknown, public IMemAllocator {
 
  private:
   CMemAllocator();
-  // True when the reference of its own is to go now: decommitted, all back.
+  // True when the reference of its own is to go now: decommitted, all back
+  // (the parked slot emptied first).
   bool LetGoOfItselfLocked();
   void UnparkLocked();  // the parked sample, if any, goes to m_Free
 

@@ -150,10 +150,19 @@ class DemuxWiringTest : public ::testing::Test {
   void Open(const std::vector<tsw::PmtStream>& streams, DWORD ac3, DWORD audio2) {
     ASSERT_TRUE(WriteSettingDword("AC3", ac3));
     ASSERT_TRUE(WriteSettingDword("Audio2", audio2));
-    ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);  // reads the settings
+    OpenFile(TracksFile(streams));
+  }
+  // Joins (which reads the settings) and loads `file`.
+  void OpenFile(const tsw::TsFile& file) {
+    ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
     const auto path = m_Dir.File("w.ts");
-    TracksFile(streams).Write(path);
+    file.Write(path);
     ASSERT_EQ(m_Filter.Load(path), S_OK);
+  }
+  DWORD TrackCount() {
+    DWORD count = 99;
+    EXPECT_EQ(m_Filter->Count(&count), S_OK);
+    return count;
   }
   WORD Selected() {
     WORD count = 0, selected = 0;
@@ -242,9 +251,7 @@ TEST_F(DemuxWiringTest, NotReadyOrNoDemultiplexerInterface) {
 TEST_F(DemuxWiringTest, StreamSelectLabelsSwitchesAndAsksForAChangeOfKind) {
   Open({kVideoStream, Mpeg(0x101, "eng"), Mpeg(0x102, ""), Ac3(0x103, "deu")}, 0, 0);
   ASSERT_EQ(m_Filter->WireDemux(&m_Demux), S_OK);
-  DWORD count = 0;
-  ASSERT_EQ(m_Filter->Count(&count), S_OK);
-  EXPECT_EQ(count, 3u);
+  EXPECT_EQ(TrackCount(), 3u);
   DWORD flags = 9;
   EXPECT_EQ(Label(0, &flags), "Audio (eng) (MPG) ");
   EXPECT_EQ(flags, AMSTREAMSELECTINFO_ENABLED);
@@ -295,18 +302,13 @@ TEST_F(DemuxWiringTest, StreamSelectLabelsSwitchesAndAsksForAChangeOfKind) {
 
 // Without a PMT the census decides, and its one track speaks English.
 TEST_F(DemuxWiringTest, FallbackTrackIsLabelledInEnglish) {
-  ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
   tsw::TsFile file;
   for (int i = 0; i < 20; ++i) {
     file.Add(tsw::MakePacket(0x100, true, tsw::PesHeader(0xE0, 90000 + 3600u * static_cast<unsigned>(i))));
     if (i % 2 == 0) file.Add(tsw::MakePacket(0x101, true, tsw::PesHeader(0xC0, 90000)));
   }
-  const auto path = m_Dir.File("census.ts");
-  file.Write(path);
-  ASSERT_EQ(m_Filter.Load(path), S_OK);
-  DWORD count = 0;
-  ASSERT_EQ(m_Filter->Count(&count), S_OK);
-  EXPECT_EQ(count, 1u);
+  OpenFile(file);
+  EXPECT_EQ(TrackCount(), 1u);
   EXPECT_EQ(Label(0), "Audio (eng) (MPG) ");
   EXPECT_EQ(m_Filter->Count(nullptr), E_POINTER);
 }
@@ -315,7 +317,6 @@ TEST_F(DemuxWiringTest, FallbackTrackIsLabelledInEnglish) {
 // ready flag: no track to enable, but the wiring still works on the record
 // an earlier PMT left in place.
 TEST_F(DemuxWiringTest, EmptiedTrackListStillWiresTheRecordLeftBehind) {
-  ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
   tsw::TsFile file;
   file.AddSection(0, tsw::PatSection(1, 0, {{1, 0x1000}, {2, 0x1001}}));
   file.AddSection(0x1000, tsw::PmtSection(1, 0, 0x100, {kVideoStream, Ac3(0x101, "deu")}));
@@ -323,12 +324,8 @@ TEST_F(DemuxWiringTest, EmptiedTrackListStillWiresTheRecordLeftBehind) {
   file.Add(tsw::MakePacket(0x100, true, tsw::PesHeader(0xE0, 90000)));
   file.Add(tsw::MakePacket(0x101, true, tsw::PesHeader(0xBD, 90000)));
   file.AddFiller(0x1FFF, 31000);
-  const auto path = m_Dir.File("emptied.ts");
-  file.Write(path);
-  ASSERT_EQ(m_Filter.Load(path), S_OK);
-  DWORD count = 9;
-  ASSERT_EQ(m_Filter->Count(&count), S_OK);
-  ASSERT_EQ(count, 0u);
+  OpenFile(file);
+  ASSERT_EQ(TrackCount(), 0u);
   m_Filter->OutputPin()->Engine().CurrentPacket = 30000;
   EXPECT_EQ(m_Filter->Enable(0, AMSTREAMSELECTENABLE_ENABLE), E_INVALIDARG);
   ASSERT_EQ(m_Filter->WireDemux(&m_Demux), S_OK);

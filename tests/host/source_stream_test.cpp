@@ -206,11 +206,21 @@ TEST_F(SourceStreamTest, CommandTable) {
   EXPECT_EQ(stream->m_Destroyed, 1);
 }
 
-TEST(CMemAllocator, RequestsWaitForAFreeBufferAndFailOnceDecommitted) {
+// An allocator of `buffers` packets with one reference, committed or not.
+CMemAllocator* NewAllocator(LONG buffers, bool commit) {
   CMemAllocator* allocator = CMemAllocator::Create();
   allocator->NonDelegatingAddRef();
+  ALLOCATOR_PROPERTIES request{buffers, 188, 1, 0}, actual{};
+  EXPECT_EQ(allocator->SetProperties(&request, &actual), S_OK);
+  if (commit) {
+    EXPECT_EQ(allocator->Commit(), S_OK);
+  }
+  return allocator;
+}
+
+TEST(CMemAllocator, RequestsWaitForAFreeBufferAndFailOnceDecommitted) {
+  CMemAllocator* allocator = NewAllocator(1, false);
   ALLOCATOR_PROPERTIES request{1, 188, 1, 0}, actual{};
-  ASSERT_EQ(allocator->SetProperties(&request, &actual), S_OK);
   IMediaSample* sample = nullptr;
   EXPECT_EQ(allocator->GetBuffer(&sample, nullptr, nullptr, 0), VFW_E_NOT_COMMITTED);
   ASSERT_EQ(allocator->Commit(), S_OK);
@@ -233,11 +243,7 @@ TEST(CMemAllocator, RequestsWaitForAFreeBufferAndFailOnceDecommitted) {
 // Takers and givers on two threads, with fewer buffers than they could
 // hold: no sample is lost or handed out twice, and none is out at the end.
 TEST(CMemAllocator, TwoThreadsTakingAndGivingBackLoseNoSample) {
-  CMemAllocator* allocator = CMemAllocator::Create();
-  allocator->NonDelegatingAddRef();
-  ALLOCATOR_PROPERTIES request{3, 188, 1, 0}, actual{};
-  ASSERT_EQ(allocator->SetProperties(&request, &actual), S_OK);
-  ASSERT_EQ(allocator->Commit(), S_OK);
+  CMemAllocator* allocator = NewAllocator(3, true);
   std::atomic<int> twice{0};
   auto work = [&](BYTE mark) {
     for (int i = 0; i < 20000; ++i) {
@@ -266,11 +272,7 @@ TEST(CMemAllocator, TwoThreadsTakingAndGivingBackLoseNoSample) {
 
 // A sample out keeps its allocator: the last reference may go first.
 TEST(CMemAllocator, SampleOutlivesTheLastReferenceToItsAllocator) {
-  CMemAllocator* allocator = CMemAllocator::Create();
-  allocator->NonDelegatingAddRef();
-  ALLOCATOR_PROPERTIES request{2, 188, 1, 0}, actual{};
-  ASSERT_EQ(allocator->SetProperties(&request, &actual), S_OK);
-  ASSERT_EQ(allocator->Commit(), S_OK);
+  CMemAllocator* allocator = NewAllocator(2, true);
   IMediaSample* sample = nullptr;
   ASSERT_EQ(allocator->GetBuffer(&sample, nullptr, nullptr, 0), S_OK);
   allocator->Decommit();
