@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <set>
 #include <vector>
 
 #include "analysis/pes_fields.h"
@@ -38,10 +37,7 @@ class FakeHost final : public CPacketEngineHost {
   std::uint32_t PrefDemux() override { return prefDemux; }
   std::uint16_t VideoPid() override { return videoPid; }
   bool VideoHeaderKnown() override { return headerKnown; }
-  int AnalyseVideoHeader(PacketSpan target) override {
-    ++analyses;
-    return target[5] == 0xB3 ? 1 : 0;
-  }
+  int AnalyseVideoHeader(PacketSpan target) override { ++analyses; return target[5] == 0xB3 ? 1 : 0; }
   void TablesStep(PacketSpan) override { ++tablesSteps; }
   void CensusAdd(std::uint16_t pid, std::uint8_t kind) override { census.push_back({pid, kind}); }
   void EndOfStream() override { ++endOfStream; }
@@ -50,10 +46,7 @@ class FakeHost final : public CPacketEngineHost {
   std::uint32_t prefDemux = 1;
   std::uint16_t videoPid = kVideo;
   bool headerKnown = true;
-  int reads = 0;
-  int analyses = 0;
-  int tablesSteps = 0;
-  int endOfStream = 0;
+  int reads = 0, analyses = 0, tablesSteps = 0, endOfStream = 0;
   std::vector<std::pair<std::uint16_t, std::uint8_t>> census;
 
  private:
@@ -82,12 +75,14 @@ std::vector<tsw::Packet> Stream(std::uint32_t count) {
 
 class EngineTest : public ::testing::Test {
  protected:
-  void Init(std::vector<tsw::Packet> packets) {
+  // `loaded`: the block already holds the first packets, as scans expect.
+  void Init(std::vector<tsw::Packet> packets, bool loaded = false) {
     host = std::make_unique<FakeHost>(std::move(packets));
     engine = std::make_unique<CPacketEngine>(*host);
     block.assign(kBlockPackets * kPacketSize, 0);
     engine->PacketBlock = block;
     engine->BlockFirstPacket = 0xFFFFFFF0u;  // forces the first refill
+    if (loaded) host->ReadPackets(block, 0, kBlockPackets, nullptr);
   }
   HRESULT Deliver(SampleProperties* props = nullptr, double rate = 1.0, REFERENCE_TIME stop = 0) {
     SampleProperties ignored;
@@ -114,34 +109,24 @@ TEST_F(EngineTest, DeliversEveryPacketInOrderThenEndsTheStreamOnEachCall) {
   EXPECT_EQ(engine->CurrentPacket, 25000u);
 }
 
-TEST_F(EngineTest, ScanAddressesTheBlockModuloTenThousand) {
-  Init(Stream(25000));
-  host->ReadPackets(block, 0, kBlockPackets, nullptr);
-  engine->CurrentPacket = 12345;
-  host->phase = 1;
-  ASSERT_EQ(Scan(), S_OK);
-  ASSERT_EQ(host->census.size(), 1u);
-  EXPECT_EQ(host->reads, 1) << "scans never refill";
-  EXPECT_EQ(host->census[0].first, kAudio) << "packet 2345 of the block, an odd one";
-}
-
-TEST_F(EngineTest, PhasesPickTheirSteps) {
-  Init(Stream(10));
-  host->ReadPackets(block, 0, kBlockPackets, nullptr);
-  host->phase = 2;
-  Scan();
-  EXPECT_EQ(host->tablesSteps, 1);
-  EXPECT_TRUE(host->census.empty());
-  host->phase = 0;
-  Scan();
-  EXPECT_EQ(host->tablesSteps, 1);
-  EXPECT_TRUE(host->census.empty());
+TEST_F(EngineTest, ScanPhasesPickTheirStepsAndAddressTheBlockModuloTenThousand) {
+  for (int phase : {0, 1, 2}) {
+    Init(Stream(25000), true);
+    engine->CurrentPacket = 12345;
+    host->phase = phase;
+    ASSERT_EQ(Scan(), S_OK);
+    EXPECT_EQ(host->reads, 1) << "scans never refill";
+    EXPECT_EQ(host->tablesSteps, phase == 2 ? 1 : 0) << phase;
+    ASSERT_EQ(host->census.size(), phase == 1 ? 1u : 0u) << phase;
+    if (phase == 1) {
+      EXPECT_EQ(host->census[0].first, kAudio) << "packet 2345 of the block, an odd one";
+    }
+  }
 }
 
 TEST_F(EngineTest, SampleTimesMoveOnlyAtVideoPtsInWholeMilliseconds) {
-  std::vector<tsw::Packet> packets = {VideoPes(900000), Numbered(kAudio, 1), VideoPes(900000 + 4545),
-                                      Numbered(kAudio, 3)};
-  Init(packets);
+  Init({VideoPes(900000), Numbered(kAudio, 1), VideoPes(900000 + 4545), Numbered(kAudio, 3), VideoPes(0),
+        tsw::MakePacket(0, true, tsw::PesHeader(0xE0, 1234))});
   SampleProperties p;
   ASSERT_EQ(Deliver(&p, 1.0, 777), S_OK);
   EXPECT_TRUE(p.syncPoint);
@@ -156,27 +141,21 @@ TEST_F(EngineTest, SampleTimesMoveOnlyAtVideoPtsInWholeMilliseconds) {
   ASSERT_EQ(Deliver(&p, 2.0, 777), S_OK);
   EXPECT_EQ(p.start, 25 * 10000) << "a rate divides both times";
   EXPECT_EQ(p.stop, 388);
+  // A PTS of 0 changes nothing, and without a video PID yet PID 0 is not
+  // taken for it.
+  ASSERT_EQ(Deliver(&p), S_OK);
+  EXPECT_FALSE(p.syncPoint);
+  host->videoPid = 0;
+  ASSERT_EQ(Deliver(&p), S_OK);
+  EXPECT_FALSE(p.syncPoint);
   EXPECT_EQ(engine->FirstPts, 900000u);
   EXPECT_EQ(engine->LastPts, 904545u);
-}
-
-TEST_F(EngineTest, PtsOfZeroAndPidZeroChangeNothing) {
-  Init({VideoPes(0), tsw::MakePacket(0, true, tsw::PesHeader(0xE0, 1234))});
-  host->videoPid = kVideo;
-  SampleProperties p;
-  Deliver(&p);
-  EXPECT_FALSE(p.syncPoint);
-  host->videoPid = 0;  // no video PID yet: PID 0 is not taken for it
-  Deliver(&p);
-  EXPECT_FALSE(p.syncPoint);
-  EXPECT_EQ(engine->LastPts, 0u);
 }
 
 TEST_F(EngineTest, TablesPhaseKeepsSmallestPtsOtherPhasesTheFirst) {
   const std::vector<tsw::Packet> packets = {VideoPes(5000), VideoPes(3000), VideoPes(4000)};
   for (int phase : {0, 2}) {
-    Init(packets);
-    host->ReadPackets(block, 0, kBlockPackets, nullptr);
+    Init(packets, true);
     host->phase = phase;
     for (int i = 0; i < 3; ++i) Scan();
     EXPECT_EQ(engine->FirstPts, phase == 2 ? 3000u : 5000u) << phase;
@@ -188,8 +167,7 @@ TEST_F(EngineTest, TablesPhaseKeepsSmallestPtsOtherPhasesTheFirst) {
 TEST_F(EngineTest, AnalysisRunsOnVideoStartsUntilHeaderKnownAndMovesTheGate) {
   tsw::Packet header = VideoPes(1000);
   header[5] = 0xB3;  // what the fake analysis recognises
-  Init({Numbered(kVideo, 0), VideoPes(900), header, Numbered(kAudio, 3)});
-  host->ReadPackets(block, 0, kBlockPackets, nullptr);
+  Init({Numbered(kVideo, 0), VideoPes(900), header, Numbered(kAudio, 3)}, true);
   host->headerKnown = false;
   for (int i = 0; i < 4; ++i) Scan();
   EXPECT_EQ(host->analyses, 2) << "only PES starts on the video PID";
@@ -197,52 +175,33 @@ TEST_F(EngineTest, AnalysisRunsOnVideoStartsUntilHeaderKnownAndMovesTheGate) {
   EXPECT_EQ(engine->GateBase, 3u);
 }
 
-TEST_F(EngineTest, SeekWithoutHeaderPassesOverUpToGateBasePlusFiveThousand) {
-  Init(Stream(20000));
-  engine->SeekToPacket(1000);
-  SampleProperties p;
-  ASSERT_EQ(Deliver(&p), S_OK);
-  EXPECT_EQ(NumberOf(sample), 4999u);
-  EXPECT_TRUE(p.discontinuity);
-  EXPECT_EQ(engine->GateBase, 0u);
-  ASSERT_EQ(Deliver(&p), S_OK);
-  EXPECT_EQ(NumberOf(sample), 5000u);
-  EXPECT_FALSE(p.discontinuity);
-}
-
-TEST_F(EngineTest, SeekStopsAtTheFirstHeaderWhateverItsPid) {
-  std::vector<tsw::Packet> packets = Stream(20000);
-  packets[1500][5] = 0xB3;
-  Init(packets);
-  engine->SeekToPacket(1000);
-  SampleProperties p;
-  ASSERT_EQ(Deliver(&p), S_OK);
-  EXPECT_EQ(NumberOf(sample), 1500u);
-  EXPECT_TRUE(p.discontinuity);
-}
-
-TEST_F(EngineTest, SeekBeyondTheSearchWindowGoesOutAtOnce) {
-  Init(Stream(20000));
-  engine->SeekToPacket(7000);
-  ASSERT_EQ(Deliver(), S_OK);
-  EXPECT_EQ(NumberOf(sample), 7000u);
-}
-
-TEST_F(EngineTest, PassedOverPacketsReachingTheEndGiveEndOfStreamWithoutSample) {
-  Init(Stream(3000));
-  engine->SeekToPacket(100);
-  EXPECT_EQ(Deliver(), S_FALSE);
-  EXPECT_EQ(host->endOfStream, 1);
-}
-
-TEST_F(EngineTest, ThreadEndResetKeepsTheGate) {
-  Init(Stream(100));
-  engine->DeliveryGate = 40;
-  for (int i = 0; i < 3; ++i) Deliver();
-  engine->OnThreadDestroy();
-  EXPECT_EQ(engine->CurrentPacket, 0u);
-  ASSERT_EQ(Deliver(), S_OK);
-  EXPECT_EQ(NumberOf(sample), 39u) << "the packet that reaches the gate goes out first";
+TEST_F(EngineTest, SeekPassesOverPacketsUntilAHeaderOrTheSearchWindowEnds) {
+  struct Case {
+    const char* name;
+    std::uint32_t count, headerAt, seekTo;  // headerAt 0: no header
+    HRESULT hr;
+    std::uint32_t first;
+  };
+  const Case cases[] = {{"NoHeaderUpToGateBasePlus5000", 20000, 0, 1000, S_OK, 4999},
+                        {"FirstHeaderWhateverItsPid", 20000, 1500, 1000, S_OK, 1500},
+                        {"BeyondTheWindowAtOnce", 20000, 0, 7000, S_OK, 7000},
+                        {"EndReachedWhilePassingOver", 3000, 0, 100, S_FALSE, 0}};
+  for (const Case& c : cases) {
+    std::vector<tsw::Packet> packets = Stream(c.count);
+    if (c.headerAt != 0) packets[c.headerAt][5] = 0xB3;
+    Init(packets);
+    engine->SeekToPacket(c.seekTo);
+    SampleProperties p;
+    ASSERT_EQ(Deliver(&p), c.hr) << c.name;
+    EXPECT_EQ(host->endOfStream, c.hr == S_FALSE ? 1 : 0) << c.name;
+    if (c.hr != S_OK) continue;
+    EXPECT_EQ(NumberOf(sample), c.first) << c.name;
+    EXPECT_TRUE(p.discontinuity) << c.name;
+    EXPECT_EQ(engine->GateBase, 0u) << c.name;
+    ASSERT_EQ(Deliver(&p), S_OK) << c.name;
+    EXPECT_EQ(NumberOf(sample), c.first + 1) << c.name;
+    EXPECT_FALSE(p.discontinuity) << c.name;
+  }
 }
 
 TEST_F(EngineTest, SampleShorterThanAPacketOrNoBlockFails) {
@@ -258,16 +217,9 @@ TEST_F(EngineTest, ElementaryOutputCopiesOnlyVideoPayload) {
   for (std::size_t i = 0; i < es.size(); ++i) es[i] = static_cast<std::uint8_t>(i);
   Bytes pes = tsw::PesHeader(0xE0, 0, static_cast<std::uint16_t>(3 + es.size()));
   pes.insert(pes.end(), es.begin(), es.end());
-  tsw::TsFile file;
-  file.AddPes(kVideo, pes);
-  std::vector<tsw::Packet> packets;
-  packets.push_back(Numbered(kAudio, 0));
-  for (std::size_t i = 0; i < file.PacketCount(); ++i) {
-    tsw::Packet p;
-    std::copy_n(file.Data().begin() + static_cast<std::ptrdiff_t>(i * kPacketSize), kPacketSize, p.begin());
-    packets.push_back(p);
-  }
-  Init(packets);
+  const std::span<const std::uint8_t> all(pes);
+  Init({Numbered(kAudio, 0), tsw::MakePacket(kVideo, true, all.first(184)),
+        tsw::MakePacket(kVideo, false, all.subspan(184))});
   host->prefDemux = 3;
   SampleProperties p;
   // The countdown is the PES length plus the offset of the data less one
@@ -280,13 +232,10 @@ TEST_F(EngineTest, ElementaryOutputCopiesOnlyVideoPayload) {
   ASSERT_EQ(p.actualLength, 184);
   EXPECT_TRUE(std::equal(sample.begin(), sample.begin() + 125, es.begin() + 175));
   EXPECT_EQ(sample[125], 0xFF);
-}
 
-TEST_F(EngineTest, ElementaryOutputWithHeaderPastThePacketCopiesNothing) {
-  Bytes payload = {0x00, 0x00, 0x01, 0xE0, 0x00, 0x00, 0x80, 0x00, 250};
-  Init({tsw::MakePacket(kVideo, true, payload)});
+  // A PES header that ends past the packet leaves nothing to copy.
+  Init({tsw::MakePacket(kVideo, true, Bytes{0x00, 0x00, 0x01, 0xE0, 0x00, 0x00, 0x80, 0x00, 250})});
   host->prefDemux = 3;
-  SampleProperties p;
   ASSERT_EQ(Deliver(&p), S_OK);
   EXPECT_EQ(p.actualLength, 0);
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <vector>
 
 #include "analysis/packet_view.h"
@@ -29,25 +30,27 @@ std::uint32_t IndexAt(const std::vector<std::uint8_t>& buffer, std::size_t slot)
 
 class PacketFileTest : public ::testing::Test {
  protected:
+  // A fresh reader on `content`.
   CPacketFile& Open(const tsw::TsFile& content) {
-    const auto path = m_Dir.File("t.ts");
-    content.Write(path);
-    EXPECT_TRUE(m_File.Open(path.string().c_str()));
-    m_File.AttachPacketBlock(&m_Block);
-    return m_File;
+    content.Write(Path());
+    m_File.emplace();
+    EXPECT_TRUE(m_File->Open(Path().string().c_str()));
+    m_File->AttachPacketBlock(&m_Block);
+    return *m_File;
   }
+  std::filesystem::path Path() const { return m_Dir.File("t.ts"); }
   std::vector<std::uint8_t> Buffer(std::uint32_t packets, std::uint8_t fill = 0xAB) {
     return std::vector<std::uint8_t>(packets * kPacketSize, fill);
   }
 
   tsw::TempDir m_Dir;
-  CPacketFile m_File;
+  std::optional<CPacketFile> m_File;
   std::span<std::uint8_t> m_Block;
   CMessageBoxRecorder m_Messages;
 };
 
-TEST_F(PacketFileTest, ReadsAlignedBlockThatHoldsFirst) {
-  CPacketFile& file = Open(NumberedPackets(250));
+TEST_F(PacketFileTest, ReadsTheAlignedBlockThatHoldsFirstAndFollowsOnWithoutASeek) {
+  CPacketFile& file = Open(NumberedPackets(300));
   auto buffer = Buffer(100);
   std::uint32_t firstOut = 77;
   ASSERT_EQ(file.ReadPackets(buffer, 130, 100, &firstOut), S_OK);
@@ -55,38 +58,35 @@ TEST_F(PacketFileTest, ReadsAlignedBlockThatHoldsFirst) {
   EXPECT_EQ(IndexAt(buffer, 0), 100u);
   EXPECT_EQ(IndexAt(buffer, 30), 130u);
   EXPECT_EQ(m_Block.data(), buffer.data());
+  ASSERT_EQ(file.ReadPackets(buffer, 200, 100, nullptr), S_OK);
+  EXPECT_EQ(file.ReadPosition(), 200u);
+  EXPECT_EQ(IndexAt(buffer, 0), 200u);
+
+  // A fresh reader stands at block 0, so a read of block 1 continues from
+  // the file position, which is still the start.
+  CPacketFile& fresh = Open(NumberedPackets(300));
+  ASSERT_EQ(fresh.ReadPackets(buffer, 100, 100, nullptr), S_OK);
+  EXPECT_EQ(IndexAt(buffer, 0), 0u);
   EXPECT_TRUE(m_Messages.Calls().empty());
 }
 
-TEST_F(PacketFileTest, FirstReadAtCountIsTakenForAFollowOn) {
-  // A fresh reader stands at block 0, so a read of block 1 continues from
-  // the file position, which is still the start.
-  CPacketFile& file = Open(NumberedPackets(300));
-  auto buffer = Buffer(100);
-  ASSERT_EQ(file.ReadPackets(buffer, 100, 100, nullptr), S_OK);
-  EXPECT_EQ(IndexAt(buffer, 0), 0u);
-}
-
-TEST_F(PacketFileTest, FollowOnReadNeedsNoSeek) {
-  CPacketFile& file = Open(NumberedPackets(300));
-  auto buffer = Buffer(100);
-  ASSERT_EQ(file.ReadPackets(buffer, 0, 100, nullptr), S_OK);
-  ASSERT_EQ(file.ReadPackets(buffer, 100, 100, nullptr), S_OK);
-  EXPECT_EQ(file.ReadPosition(), 100u);
-  EXPECT_EQ(IndexAt(buffer, 0), 100u);
-}
-
-TEST_F(PacketFileTest, ReadAtAndPastTheEndKeepsOldBytes) {
+TEST_F(PacketFileTest, ReadsAtAndPastTheEndKeepOldBytes) {
   CPacketFile& file = Open(NumberedPackets(150));
   auto buffer = Buffer(100, 0xAB);
   ASSERT_EQ(file.ReadPackets(buffer, 120, 100, nullptr), S_OK);
   EXPECT_EQ(IndexAt(buffer, 49), 149u);
   EXPECT_EQ(buffer[50 * kPacketSize], 0xAB);  // nothing read there
 
-  auto far = Buffer(100, 0xCD);
+  auto far = Buffer(kTailBlockPackets, 0xCD);
   far[0] = kSyncByte;  // what an earlier block left
   ASSERT_EQ(file.ReadPackets(far, 5000, 100, nullptr), S_OK);
   EXPECT_EQ(far[1], 0xCD);
+  // A tail read of a short file asks for a block far behind the end.
+  const std::uint32_t first = 150u - kTailBlockPackets;  // wraps in 32 bits
+  std::uint32_t firstOut = 0;
+  ASSERT_EQ(file.ReadPackets(far, first, kTailBlockPackets, &firstOut), S_OK);
+  EXPECT_EQ(firstOut, first / kTailBlockPackets * kTailBlockPackets);
+  EXPECT_EQ(far[1], 0xCD) << "nothing was read";
   EXPECT_TRUE(m_Messages.Calls().empty());
 }
 
@@ -107,52 +107,31 @@ TEST_F(PacketFileTest, PartialPacketAtStartIsHuntedAndReadAgainAligned) {
   EXPECT_TRUE(m_Messages.Calls().empty());
 }
 
-TEST_F(PacketFileTest, NoSyncByteShowsTheMessageAndStillSucceeds) {
-  tsw::TsFile content;
-  content.AddRaw(Bytes(5000, 0x11));
-  CPacketFile& file = Open(content);
-  auto buffer = Buffer(20);
-  EXPECT_EQ(file.ReadPackets(buffer, 0, 20, nullptr), S_OK);
-  ASSERT_EQ(m_Messages.Calls().size(), 1u);
-  EXPECT_EQ(m_Messages.Calls()[0].text, "Input stream does not appear to be a transport stream");
-  EXPECT_EQ(m_Messages.Calls()[0].caption, "Brindlet");
-  EXPECT_EQ(m_Messages.Calls()[0].type, static_cast<UINT>(MB_OK));
-  // The hunt stopped at the limit: bytes read less one packet.
-  EXPECT_EQ(file.SyncOffset(), 20 * kPacketSize - kPacketSize);
-}
-
-TEST_F(PacketFileTest, SyncByteExactlyAtTheLimitCountsAsNoHit) {
-  Bytes junk(10 * kPacketSize, 0x11);
-  junk[9 * kPacketSize] = kSyncByte;  // n - 188 for a read of ten packets
-  tsw::TsFile content;
-  content.AddRaw(junk);
-  CPacketFile& file = Open(content);
-  auto buffer = Buffer(10);
-  EXPECT_EQ(file.ReadPackets(buffer, 0, 10, nullptr), S_OK);
-  EXPECT_EQ(m_Messages.Calls().size(), 1u);
-  EXPECT_EQ(file.SyncOffset(), 9 * kPacketSize);
-}
-
-TEST_F(PacketFileTest, TinyFileWithoutSyncEndsAfterOneMessage) {
-  tsw::TsFile content;
-  content.AddRaw(Bytes(100, 0x22));
-  CPacketFile& file = Open(content);
-  auto buffer = Buffer(10);
-  EXPECT_EQ(file.ReadPackets(buffer, 0, 10, nullptr), S_OK);
-  EXPECT_EQ(m_Messages.Calls().size(), 1u);
-  EXPECT_EQ(file.SyncOffset(), 0u);
-}
-
-TEST_F(PacketFileTest, StrayByteOfSyncInNonTransportFileGivesNoMessage) {
-  Bytes junk(4000, 0x11);
-  junk[700] = kSyncByte;
-  tsw::TsFile content;
-  content.AddRaw(junk);
-  CPacketFile& file = Open(content);
-  auto buffer = Buffer(10);
-  EXPECT_EQ(file.ReadPackets(buffer, 0, 10, nullptr), S_OK);
-  EXPECT_TRUE(m_Messages.Calls().empty());
-  EXPECT_EQ(file.SyncOffset(), 700u);
+TEST_F(PacketFileTest, SyncHuntInJunkStopsOnePacketBeforeTheEndOfTheRead) {
+  struct Case {
+    const char* name;
+    std::size_t junk, syncAt;  // syncAt 0: no sync byte
+    std::uint32_t packets;
+    bool message;
+    std::size_t offset;
+  };
+  const Case cases[] = {{"NoSyncByte", 5000, 0, 20, true, 19 * kPacketSize},
+                        {"SyncExactlyAtTheLimitIsNoHit", 10 * kPacketSize, 9 * kPacketSize, 10, true,
+                         9 * kPacketSize},
+                        {"TinyFile", 100, 0, 10, true, 0},
+                        {"StraySyncByteGivesNoMessage", 4000, 700, 10, false, 700}};
+  for (const Case& c : cases) {
+    Bytes junk(c.junk, 0x11);
+    if (c.syncAt != 0) junk[c.syncAt] = kSyncByte;
+    tsw::TsFile content;
+    content.AddRaw(junk);
+    CPacketFile& file = Open(content);
+    auto buffer = Buffer(c.packets);
+    m_Messages.Clear();
+    EXPECT_EQ(file.ReadPackets(buffer, 0, c.packets, nullptr), S_OK) << c.name;
+    EXPECT_EQ(file.SyncOffset(), c.offset) << c.name;
+    EXPECT_EQ(m_Messages.Calls().size(), c.message ? 1u : 0u) << c.name;
+  }
 }
 
 TEST_F(PacketFileTest, TailReadFindsItsOwnOffsetAndClearsIt) {
@@ -166,29 +145,16 @@ TEST_F(PacketFileTest, TailReadFindsItsOwnOffsetAndClearsIt) {
   EXPECT_EQ(file.SyncOffset(), 0u) << "an offset found for the tail never applies elsewhere";
 }
 
-TEST_F(PacketFileTest, TailReadOfShortFileAsksFarBehindTheEnd) {
-  CPacketFile& file = Open(NumberedPackets(500));
-  auto buffer = Buffer(kTailBlockPackets, 0x00);
-  buffer[0] = kSyncByte;
-  const std::uint32_t first = 500u - kTailBlockPackets;  // wraps in 32 bits
-  std::uint32_t firstOut = 0;
-  ASSERT_EQ(file.ReadPackets(buffer, first, kTailBlockPackets, &firstOut), S_OK);
-  EXPECT_EQ(firstOut, first / kTailBlockPackets * kTailBlockPackets);
-  EXPECT_EQ(buffer[1], 0x00) << "nothing was read";
-}
-
 TEST_F(PacketFileTest, StreamSizeFollowsLimitAndGrowth) {
-  const auto path = m_Dir.File("grow.ts");
-  NumberedPackets(10).Write(path);
-  ASSERT_TRUE(m_File.Open(path.string().c_str()));
-  EXPECT_EQ(m_File.GetStreamSize(), 10 * kPacketSize);
-  NumberedPackets(20).Write(path);
-  EXPECT_EQ(m_File.GetStreamSize(), 10 * kPacketSize) << "cached until the next read";
+  CPacketFile& file = Open(NumberedPackets(10));
+  EXPECT_EQ(file.GetStreamSize(), 10 * kPacketSize);
+  NumberedPackets(20).Write(Path());
+  EXPECT_EQ(file.GetStreamSize(), 10 * kPacketSize) << "cached until the next read";
   auto buffer = Buffer(5);
-  m_File.ReadPackets(buffer, 0, 5, nullptr);
-  EXPECT_EQ(m_File.GetStreamSize(), 20 * kPacketSize);
-  m_File.SetStreamLimit(1880);
-  EXPECT_EQ(m_File.GetStreamSize(), 1880u);
+  file.ReadPackets(buffer, 0, 5, nullptr);
+  EXPECT_EQ(file.GetStreamSize(), 20 * kPacketSize);
+  file.SetStreamLimit(1880);
+  EXPECT_EQ(file.GetStreamSize(), 1880u);
 }
 
 TEST(PacketFileClosed, ReadFailsWithTheErrorAsResultAndSizeIsZero) {

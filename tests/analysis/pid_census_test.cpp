@@ -17,14 +17,15 @@ tsw::Packet PesPacket(std::uint8_t streamId, std::uint16_t pesLength, const Byte
   return tsw::MakePacket(0x100, unitStart, payload, adaptation);
 }
 
-struct KindCase {
-  const char* name;
-  tsw::Packet packet;
-  std::uint8_t kind;
-};
-
-std::vector<KindCase> KindCases() {
-  return {
+TEST(CensusKind, ByPesStart) {
+  // Header length 250 sends the payload far past the packet: only the
+  // stream_id counts.
+  const Bytes pastTheEnd = {0x00, 0x00, 0x01, 0xC0, 0x01, 0x00, 0x80, 0x00, 250};
+  const struct {
+    const char* name;
+    tsw::Packet packet;
+    std::uint8_t kind;
+  } cases[] = {
       {"NoUnitStart", PesPacket(0xE0, 0, {0, 0, 1, 0xB3}, -1, false), 0},
       {"VideoStreamId", PesPacket(0xE0, 0, {0, 0, 1, 0xB3}), 0xE0},
       {"AudioStreamId", PesPacket(0xC0, 500, {0xFF, 0xFD}), 0xC0},
@@ -35,33 +36,20 @@ std::vector<KindCase> KindCases() {
       {"DelimiterBehindAdaptation", PesPacket(0xE0, 0, {0, 0, 0, 1, 9, 0xF0}, 20), kKindH264},
       {"ThreeByteStartCodeIsNoDelimiter", PesPacket(0xE0, 0, {0, 0, 1, 9, 0xF0}), 0xE0},
       {"NotAPesStart", tsw::MakePacket(0x100, true, Bytes{0x00, 0xB0, 0x0D}), 0},
+      {"PayloadBehindThePacketEndIsNotRead", tsw::MakePacket(0x100, true, pastTheEnd), 0xC0},
   };
+  for (const auto& c : cases) EXPECT_EQ(CensusKind(c.packet), c.kind) << c.name;
 }
-
-TEST(CensusKind, ByPesStart) {
-  for (const KindCase& c : KindCases()) {
-    EXPECT_EQ(CensusKind(c.packet), c.kind) << c.name;
-  }
-}
-
-TEST(CensusKind, PayloadBehindThePacketEndIsNotRead) {
-  // Header length 250 sends the payload far past the packet: only the
-  // stream_id counts.
-  Bytes payload = {0x00, 0x00, 0x01, 0xC0, 0x01, 0x00, 0x80, 0x00, 250};
-  EXPECT_EQ(CensusKind(tsw::MakePacket(0x100, true, payload)), 0xC0);
-}
-
-struct SequenceCase {
-  std::vector<std::uint8_t> kinds;
-  std::uint8_t expected;
-};
 
 TEST(CPidCensus, FirstNonZeroKindStaysAndOnlyAc3ReplacesIt) {
-  const std::vector<SequenceCase> cases = {
+  const struct {
+    std::vector<std::uint8_t> kinds;
+    std::uint8_t expected;
+  } cases[] = {
       {{0, 0xE0}, 0xE0},           {{0xE0, kKindH264}, 0xE0},     {{kKindH264, kKindAc3}, kKindAc3},
       {{kKindAc3, kKindH264}, kKindAc3}, {{0xBD, 0}, 0xBD},       {{0, 0, 0}, 0},
   };
-  for (const SequenceCase& c : cases) {
+  for (const auto& c : cases) {
     CPidCensus census;
     for (std::uint8_t kind : c.kinds) census.Add(0x44, kind);
     ASSERT_EQ(census.Count(), 1);
@@ -84,6 +72,8 @@ TEST(CPidCensus, ThousandRowsThenNewPidsAreLostButOldOnesStillCount) {
 
 TEST(CPidCensus, SortsLargestCountFirstAsUnsigned) {
   CPidCensus census;
+  census.Sort();  // an empty census too
+  EXPECT_EQ(census.Count(), 0);
   census.Add(1, 0);
   for (int i = 0; i < 3; ++i) census.Add(2, 0);
   for (int i = 0; i < 2; ++i) census.Add(3, 0);
@@ -97,13 +87,6 @@ TEST(CPidCensus, SortsLargestCountFirstAsUnsigned) {
   EXPECT_LT(CompareCensusRows(&big, &small), 0);
   EXPECT_GT(CompareCensusRows(&small, &big), 0);
   EXPECT_EQ(CompareCensusRows(&small, &small), 0);
-}
-
-TEST(CPidCensus, EmptyCensusSortsToNothing) {
-  CPidCensus census;
-  census.Sort();
-  EXPECT_EQ(census.Count(), 0);
-  EXPECT_EQ(census.TotalPackets(), 0u);
 }
 
 }  // namespace

@@ -46,7 +46,8 @@ struct PmtFixture : ::testing::Test {
   CPmtParser pmt{*table};
 };
 
-TEST_F(PmtFixture, AcceptedSectionFillsTheProgramsStreamList) {
+TEST_F(PmtFixture, AcceptedSectionFillsTheProgramsStreamListAndOthersOnlyCountAsSeen) {
+  EXPECT_EQ(pmt.LastProgramNumber(), 0);
   const Bytes section =
       tsw::PmtSection(1, 4, 0x1FF, {{0x02, 0x101, {}}, {0x04, 0x102, tsw::LanguageDescriptor("eng", 3)}});
   ASSERT_EQ(Offer(section), 1);
@@ -58,39 +59,21 @@ TEST_F(PmtFixture, AcceptedSectionFillsTheProgramsStreamList) {
   EXPECT_EQ(entry.pmt.streams[0].pid, 0x101u);
   EXPECT_EQ(entry.pmt.streams[1].es_info_length, 6u);
   EXPECT_STREQ(entry.pmt.streams[1].language, "eng");
-  EXPECT_EQ(Program(2).stream_count, 0u);
   EXPECT_EQ(pmt.LastProgramNumber(), 1);
-}
 
-TEST_F(PmtFixture, RepeatsAreDroppedUncheckedAndNewVersionsReplaceTheList) {
-  EXPECT_EQ(pmt.LastProgramNumber(), 0);
-  const Bytes v0 =
-      tsw::PmtSection(1, 0, 0x101, {{0x03, 0x101, tsw::LanguageDescriptor("eng")}, {0x03, 0x102, {}}});
-  ASSERT_EQ(Offer(v0), 1);
-
-  Bytes badCrc = tsw::PmtSection(1, 0, 0x101, {{0x02, 0x1AA, {}}});
-  badCrc.back() ^= 0x01;
-  const Bytes otherSectionNumber = tsw::PmtSection(1, 0, 0x101, {{0x02, 0x1BB, {}}});
-  Bytes renumbered = otherSectionNumber;
-  renumbered[6] = 1;
-  renumbered[7] = 1;
-  tsw::Reseal(renumbered);
-  EXPECT_EQ(Offer(v0), 0);
-  EXPECT_EQ(Offer(badCrc), 0);
-  EXPECT_EQ(Offer(renumbered), 0);
+  // A program outside the PAT is seen but changes no entry.
+  const Bytes outside = tsw::PmtSection(77, 0, 0x301, {{0x02, 0x301, {}}});
+  EXPECT_EQ(Offer(outside), 1);
+  EXPECT_EQ(pmt.LastProgramNumber(), 77);
+  EXPECT_EQ(Offer(outside), 0);
+  EXPECT_EQ(table->Count(), 2);
   EXPECT_EQ(Program(1).stream_count, 2u);
-  EXPECT_EQ(Program(1).pmt.streams[0].pid, 0x101u);
-
-  ASSERT_EQ(Offer(tsw::PmtSection(1, 1, 0x101, {{0x1B, 0x111, {}}})), 1);
-  EXPECT_EQ(Program(1).stream_count, 1u);
-  EXPECT_EQ(Program(1).pmt.streams[0].pid, 0x111u);
-  EXPECT_STREQ(Program(1).pmt.streams[0].language, "");
-  EXPECT_EQ(Program(1).pmt.version_number, 1u);
-  EXPECT_EQ(pmt.SeenCount(), 2);
+  EXPECT_EQ(Program(2).stream_count, 0u);
 }
 
-TEST_F(PmtFixture, RefusedSectionsLeaveNoTraceInSeen) {
-  const Bytes good = tsw::PmtSection(2, 3, 0x201, {{0x02, 0x201, {}}});
+TEST_F(PmtFixture, RefusedSectionsLeaveNoTraceInSeenAndRepeatsAreDroppedUnchecked) {
+  const Bytes good =
+      tsw::PmtSection(2, 3, 0x201, {{0x03, 0x201, tsw::LanguageDescriptor("eng")}, {0x03, 0x202, {}}});
   Bytes notCurrent = good;
   notCurrent[5] &= 0xFE;
   tsw::Reseal(notCurrent);
@@ -106,23 +89,30 @@ TEST_F(PmtFixture, RefusedSectionsLeaveNoTraceInSeen) {
   Bytes infoTooLong = good;
   infoTooLong[11] = static_cast<std::uint8_t>(good[2] - 12);
   tsw::Reseal(infoTooLong);
-
   for (const Bytes& section : {notCurrent, badCrc, otherTable, noSyntax, infoTooLong}) {
     EXPECT_EQ(Offer(section), 0);
   }
   EXPECT_EQ(pmt.SeenCount(), 0);
   EXPECT_EQ(Program(2).stream_count, 0u);
-  EXPECT_EQ(Offer(good), 1);
-}
+  ASSERT_EQ(Offer(good), 1);
 
-TEST_F(PmtFixture, ProgramOutsideThePatIsSeenButChangesNoEntry) {
-  const Bytes section = tsw::PmtSection(77, 0, 0x301, {{0x02, 0x301, {}}});
-  EXPECT_EQ(Offer(section), 1);
-  EXPECT_EQ(pmt.LastProgramNumber(), 77);
-  EXPECT_EQ(Offer(section), 0);
-  EXPECT_EQ(table->Count(), 2);
-  EXPECT_EQ(Program(1).stream_count, 0u);
-  EXPECT_EQ(Program(2).stream_count, 0u);
+  // The same program and version again is dropped, whatever it holds.
+  Bytes renumbered = tsw::PmtSection(2, 3, 0x201, {{0x02, 0x2BB, {}}});
+  renumbered[6] = 1;
+  renumbered[7] = 1;
+  tsw::Reseal(renumbered);
+  EXPECT_EQ(Offer(good), 0);
+  EXPECT_EQ(Offer(renumbered), 0);
+  EXPECT_EQ(Program(2).stream_count, 2u);
+  EXPECT_EQ(Program(2).pmt.streams[0].pid, 0x201u);
+
+  // A new version replaces the whole list.
+  ASSERT_EQ(Offer(tsw::PmtSection(2, 4, 0x201, {{0x1B, 0x211, {}}})), 1);
+  EXPECT_EQ(Program(2).stream_count, 1u);
+  EXPECT_EQ(Program(2).pmt.streams[0].pid, 0x211u);
+  EXPECT_STREQ(Program(2).pmt.streams[0].language, "");
+  EXPECT_EQ(Program(2).pmt.version_number, 4u);
+  EXPECT_EQ(pmt.SeenCount(), 2);
 }
 
 TEST_F(PmtFixture, CrcIsOnlyHeldAgainstSectionsShorterThan180) {

@@ -36,21 +36,7 @@ struct SdtFixture : ::testing::Test {
   CSdtParser sdt{*table};
 };
 
-TEST_F(SdtFixture, NamesGoToTheProgramsOfTheirServiceIds) {
-  ASSERT_EQ(OfferNames(4, {{2, tsw::ServiceDescriptor("Maker", "Two")},
-                           {9, tsw::ServiceDescriptor("Maker", "Nine")},
-                           {1, tsw::ServiceDescriptor("", "One")}}),
-            1);
-  EXPECT_EQ(Name(1), "One");
-  EXPECT_EQ(Name(2), "Two");
-  EXPECT_EQ(Name(3), "");
-  EXPECT_EQ(table->Count(), 3);
-  EXPECT_EQ(sdt.Log().transport_stream_id, 0x0123u);
-  EXPECT_EQ(sdt.Log().version, 4u);
-  EXPECT_EQ(sdt.Log().section_count, 1);
-}
-
-TEST_F(SdtFixture, RefusedSectionsWriteNoName) {
+TEST_F(SdtFixture, RefusedSectionsWriteNoNameAcceptedOnesNameTheProgramsOfTheirServiceIds) {
   const std::vector<tsw::SdtService> services = {{1, tsw::ServiceDescriptor("", "Other")}};
   const Bytes otherStream = tsw::SdtSection(1, 0, services, 0x46);
   Bytes notCurrent = tsw::SdtSection(1, 0, services);
@@ -64,6 +50,18 @@ TEST_F(SdtFixture, RefusedSectionsWriteNoName) {
   }
   EXPECT_EQ(Name(1), "");
   EXPECT_EQ(sdt.Log().section_count, 0);
+
+  ASSERT_EQ(OfferNames(4, {{2, tsw::ServiceDescriptor("Maker", "Two")},
+                           {9, tsw::ServiceDescriptor("Maker", "Nine")},
+                           {1, tsw::ServiceDescriptor("", "One")}}),
+            1);
+  EXPECT_EQ(Name(1), "One");
+  EXPECT_EQ(Name(2), "Two");
+  EXPECT_EQ(Name(3), "");
+  EXPECT_EQ(table->Count(), 3);
+  EXPECT_EQ(sdt.Log().transport_stream_id, 0x0123u);
+  EXPECT_EQ(sdt.Log().version, 4u);
+  EXPECT_EQ(sdt.Log().section_count, 1);
 }
 
 TEST_F(SdtFixture, NameBytesPassUnchangedButForEmphasisCodes) {
@@ -89,27 +87,21 @@ TEST_F(SdtFixture, NameBytesPassUnchangedButForEmphasisCodes) {
   }
 }
 
-TEST_F(SdtFixture, OnlyAServiceDescriptorWritesAndAnEmptyNameClears) {
-  ASSERT_EQ(OfferNames(0, {{1, tsw::ServiceDescriptor("", "One")}, {2, tsw::ServiceDescriptor("", "Two")}}),
-            1);
-  const Bytes linkage = {0x4A, 0x02, 0x00, 0x01};
-  ASSERT_EQ(OfferNames(1, {{1, linkage}, {2, tsw::ServiceDescriptor("Maker", "")}}), 1);
-  EXPECT_EQ(Name(1), "One");
-  EXPECT_EQ(Name(2), "");
-}
-
-TEST_F(SdtFixture, FirstDescriptorOfAServiceWinsInASectionTheLastSectionOverall) {
+TEST_F(SdtFixture, FirstServiceDescriptorOfARowWinsAndTheLastSectionOverall) {
   Bytes twice = tsw::ServiceDescriptor("", "First");
   const Bytes second = tsw::ServiceDescriptor("", "Second");
   twice.insert(twice.end(), second.begin(), second.end());
-  ASSERT_EQ(
-      OfferNames(
-          0, {{1, twice}, {2, tsw::ServiceDescriptor("", "RowA")}, {2, tsw::ServiceDescriptor("", "RowB")}}),
-      1);
+  ASSERT_EQ(OfferNames(0, {{1, twice}, {2, tsw::ServiceDescriptor("", "RowA")},
+                           {2, tsw::ServiceDescriptor("", "RowB")}}),
+            1);
   EXPECT_EQ(Name(1), "First");
   EXPECT_EQ(Name(2), "RowA");
-  // The same version again still writes: repeats are not recognised.
-  table->SetServiceName(1, "stale");
+  // Only a service descriptor writes, and an empty name clears. The same
+  // version again still writes: repeats are not recognised.
+  const Bytes linkage = {0x4A, 0x02, 0x00, 0x01};
+  ASSERT_EQ(OfferNames(0, {{1, linkage}, {2, tsw::ServiceDescriptor("Maker", "")}}), 1);
+  EXPECT_EQ(Name(1), "First");
+  EXPECT_EQ(Name(2), "");
   ASSERT_EQ(OfferNames(0, {{1, second}}), 1);
   EXPECT_EQ(Name(1), "Second");
 }

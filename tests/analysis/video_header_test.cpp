@@ -32,8 +32,8 @@ struct HeapPacket {
   std::vector<std::uint8_t> bytes;
 };
 
-HeapPacket VideoPacket(const Bytes& es, int adaptation = -1, bool withPts = true) {
-  Bytes payload = tsw::PesHeader(0xE0, withPts ? 900000 : 0);
+HeapPacket VideoPacket(const Bytes& es, int adaptation = -1) {
+  Bytes payload = tsw::PesHeader(0xE0, 900000);
   payload.insert(payload.end(), es.begin(), es.end());
   return HeapPacket(tsw::MakePacket(0x100, true, payload, adaptation));
 }
@@ -45,8 +45,8 @@ Bytes SequenceHeader(std::uint16_t w, std::uint16_t h, std::uint8_t aspect, std:
   return es;
 }
 
-class VideoHeaderTest : public ::testing::Test {
- protected:
+// One analysis target: the format found, the parameter log and the blocks.
+struct Probe {
   int Analyse(const HeapPacket& packet, std::uint16_t streamType = 2) {
     return AnalyseVideoHeader(packet.Span(), streamType, format, log, blocks);
   }
@@ -55,79 +55,70 @@ class VideoHeaderTest : public ::testing::Test {
   RecordingBlocks blocks;
 };
 
-struct Mpeg2Case {
-  std::uint8_t aspectCode;
-  std::uint8_t rateCode;
-  std::uint16_t aspectX;
-  std::uint16_t aspectY;
-  double rate;
-};
+class VideoHeaderTest : public ::testing::Test, public Probe {};
 
-TEST_F(VideoHeaderTest, Mpeg2AspectAndRateTables) {
-  const Mpeg2Case cases[] = {
-      {2, 1, 4, 3, 23.976}, {3, 2, 16, 9, 24.0},  {4, 3, 20, 9, 25.0},  {2, 4, 4, 3, 29.97},
-      {2, 5, 4, 3, 30.0},   {2, 6, 4, 3, 50.0},   {2, 7, 4, 3, 59.94},  {2, 8, 4, 3, 60.0},
+TEST(Mpeg2Header, AspectAndRateCodesBehindThreeOrFourByteStartCode) {
+  const struct {
+    std::uint8_t aspectCode, rateCode;
+    int aspectX, aspectY;
+    double rate;
+    bool fourByteCode;
+  } cases[] = {
+      {2, 1, 4, 3, 23.976, false}, {3, 2, 16, 9, 24.0, false}, {4, 3, 20, 9, 25.0, false},
+      {2, 4, 4, 3, 29.97, false},  {2, 5, 4, 3, 30.0, false},  {2, 6, 4, 3, 50.0, false},
+      {2, 7, 4, 3, 59.94, false},  {2, 8, 4, 3, 60.0, false},  {3, 3, 16, 9, 25.0, true},
   };
-  for (const Mpeg2Case& c : cases) {
-    VideoFormat fresh;
-    EXPECT_EQ(AnalyseVideoHeader(VideoPacket(SequenceHeader(720, 576, c.aspectCode, c.rateCode)).Span(),
-                                 2, fresh, log, blocks),
-              1);
-    EXPECT_EQ(fresh.aspectX, c.aspectX);
-    EXPECT_EQ(fresh.aspectY, c.aspectY);
-    EXPECT_DOUBLE_EQ(fresh.frameRate, c.rate);
-    EXPECT_EQ(fresh.width, 720);
-    EXPECT_EQ(fresh.height, 576);
+  for (const auto& c : cases) {
+    Probe probe;
+    const Bytes es = SequenceHeader(720, 576, c.aspectCode, c.rateCode, c.fourByteCode);
+    ASSERT_EQ(probe.Analyse(VideoPacket(es)), 1) << int(c.rateCode);
+    EXPECT_EQ(probe.format.aspectX, c.aspectX);
+    EXPECT_EQ(probe.format.aspectY, c.aspectY);
+    EXPECT_EQ(probe.blocks.mpeg2Aspect, std::make_pair(c.aspectX, c.aspectY));
+    EXPECT_DOUBLE_EQ(probe.format.frameRate, c.rate);
+    EXPECT_EQ(probe.format.width, 720);
+    EXPECT_EQ(probe.format.height, 576);
+    EXPECT_EQ(probe.blocks.sequenceStart, Bytes(es.end() - 12, es.end())) << "the 12 bytes from the start code";
   }
+  // Aspect code 1 keeps the analysis running but stores the rate; rate code
+  // 0 leaves it.
+  Probe probe;
+  EXPECT_EQ(probe.Analyse(VideoPacket(SequenceHeader(1280, 720, 1, 4))), 1);
+  EXPECT_EQ(probe.format.aspectX, 0);
+  EXPECT_DOUBLE_EQ(probe.format.frameRate, 29.97);
+  EXPECT_EQ(probe.blocks.mpeg2Aspect.first, -1) << "the block's aspect stays";
+  EXPECT_EQ(probe.blocks.mpeg2Size, std::make_pair(1280, 720));
+  EXPECT_EQ(probe.Analyse(VideoPacket(SequenceHeader(720, 576, 0, 0))), 1);
+  EXPECT_DOUBLE_EQ(probe.format.frameRate, 29.97);
 }
 
-TEST_F(VideoHeaderTest, AspectCodeOneKeepsTheAnalysisRunningButStoresTheRate) {
-  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(1280, 720, 1, 4))), 1);
-  EXPECT_EQ(format.aspectX, 0);
-  EXPECT_DOUBLE_EQ(format.frameRate, 29.97);
-  EXPECT_EQ(blocks.mpeg2Aspect.first, -1) << "the block's aspect stays";
-  EXPECT_EQ(blocks.mpeg2Size, std::make_pair(1280, 720));
-  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 0, 0))), 1);
-  EXPECT_DOUBLE_EQ(format.frameRate, 29.97) << "rate code 0 leaves the rate";
-}
-
-TEST_F(VideoHeaderTest, SequenceHeaderBehindThreeOrFourByteStartCode) {
-  const Bytes expectedStart = SequenceHeader(720, 576, 3, 3);
-  for (bool four : {false, true}) {
-    VideoFormat fresh;
-    RecordingBlocks seen;
-    ASSERT_EQ(AnalyseVideoHeader(VideoPacket(SequenceHeader(720, 576, 3, 3, four)).Span(), 2, fresh, log, seen), 1);
-    EXPECT_EQ(fresh.width, 720);
-    EXPECT_EQ(fresh.aspectX, 16);
-    EXPECT_EQ(seen.sequenceStart, expectedStart) << "the 12 bytes from the start code";
-  }
-}
-
-TEST_F(VideoHeaderTest, WhereTheElementaryDataIsLookedFor) {
-  // A zero-length adaptation field is taken for the payload's first byte.
-  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3), 0)), 0);
-  // Behind an adaptation field of some length the header is found.
-  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3), 10)), 1);
+TEST(Mpeg2Header, WhereTheElementaryDataIsLookedFor) {
+  const Bytes header = SequenceHeader(352, 288, 2, 3);
   // Without the '10' bits the data is taken to start at byte 6 of the PES.
   Bytes noFlags = {0x00, 0x00, 0x01, 0xE0, 0x00, 0x00};
-  const Bytes header = SequenceHeader(352, 288, 2, 3);
   noFlags.insert(noFlags.end(), header.begin(), header.end());
-  VideoFormat fresh;
-  ASSERT_EQ(AnalyseVideoHeader(HeapPacket(tsw::MakePacket(0x100, true, noFlags)).Span(), 2, fresh, log, blocks), 1);
-  EXPECT_EQ(fresh.width, 352);
-  // No PES start, no hit.
-  EXPECT_EQ(Analyse(HeapPacket(tsw::MakePacket(0x100, true, header))), 0);
-}
-
-TEST_F(VideoHeaderTest, LongAdaptationFieldPushesTheHeaderPastThePacket) {
+  const Bytes lengthPastEnd = {0x00, 0x00, 0x01, 0xE0, 0x00, 0x00, 0x80, 0x80, 0xF0};
+  struct Case {
+    const char* name;
+    HeapPacket packet;
+    int hit;
+  };
+  std::vector<Case> cases = {
+      // A zero-length adaptation field is taken for the payload's first byte.
+      {"ZeroLengthAdaptationField", VideoPacket(header, 0), 0},
+      {"BehindAdaptationField", VideoPacket(header, 10), 1},
+      {"NoOptionalHeader", HeapPacket(tsw::MakePacket(0x100, true, noFlags)), 1},
+      {"NoPesStart", HeapPacket(tsw::MakePacket(0x100, true, header)), 0},
+      {"HeaderLengthPastTheEnd", HeapPacket(tsw::MakePacket(0x100, true, lengthPastEnd)), 0}};
   // The PES header starts so late that the sequence header cannot fit.
   for (int adaptation : {160, 170, 175, 180, 182, 183}) {
-    EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3), adaptation)), 0) << adaptation;
+    cases.push_back({"LongAdaptationField", VideoPacket(header, adaptation), 0});
   }
-  // A header length that points past the end.
-  Bytes payload = {0x00, 0x00, 0x01, 0xE0, 0x00, 0x00, 0x80, 0x80, 0xF0};
-  EXPECT_EQ(Analyse(HeapPacket(tsw::MakePacket(0x100, true, payload))), 0);
-  EXPECT_EQ(format.width, 0);
+  for (const Case& c : cases) {
+    Probe probe;
+    EXPECT_EQ(probe.Analyse(c.packet), c.hit) << c.name;
+    EXPECT_EQ(probe.format.width, c.hit != 0 ? 352 : 0) << c.name;
+  }
 }
 
 // An access unit delimiter, then a parameter set whose profile, constraint
@@ -193,23 +184,19 @@ TEST_F(VideoHeaderTest, H264SizesFromTheWalk) {
       {100, {79, 44, true, true}, 1280, 720},
   };
   for (const Case& c : cases) {
-    VideoFormat fresh;
-    CParameterLog freshLog;
-    RecordingBlocks seen;
-    ASSERT_EQ(AnalyseVideoHeader(VideoPacket(H264Es(c.profile, EncodeSps(c.profile, c.fields))).Span(), 27,
-                                 fresh, freshLog, seen),
-              1);
-    EXPECT_EQ(fresh.width, c.width) << int(c.profile);
-    EXPECT_EQ(fresh.height, c.height) << int(c.profile);
-    EXPECT_EQ(seen.h264Size, std::make_pair(c.width, c.height));
-    EXPECT_EQ(fresh.h264Profile, c.profile);
-    EXPECT_EQ(fresh.h264Level, 0x28);
-    EXPECT_DOUBLE_EQ(fresh.frameRate, 25.0);
-    EXPECT_EQ(fresh.aspectX, 16);
-    EXPECT_EQ(fresh.aspectY, 9);
-    EXPECT_EQ(freshLog.Line(0), "profile_idc: " + std::to_string(c.profile));
-    EXPECT_EQ(freshLog.Line(1), "level_idc: 40");
-    EXPECT_EQ(freshLog.Line(3), c.fields.high ? "chroma_format_idc: 1" : "log2_max_frame_num_minus4: 0");
+    Probe probe;
+    ASSERT_EQ(probe.Analyse(VideoPacket(H264Es(c.profile, EncodeSps(c.profile, c.fields))), 27), 1);
+    EXPECT_EQ(probe.format.width, c.width) << int(c.profile);
+    EXPECT_EQ(probe.format.height, c.height) << int(c.profile);
+    EXPECT_EQ(probe.blocks.h264Size, std::make_pair(c.width, c.height));
+    EXPECT_EQ(probe.format.h264Profile, c.profile);
+    EXPECT_EQ(probe.format.h264Level, 0x28);
+    EXPECT_DOUBLE_EQ(probe.format.frameRate, 25.0);
+    EXPECT_EQ(probe.format.aspectX, 16);
+    EXPECT_EQ(probe.format.aspectY, 9);
+    EXPECT_EQ(probe.log.Line(0), "profile_idc: " + std::to_string(c.profile));
+    EXPECT_EQ(probe.log.Line(1), "level_idc: 40");
+    EXPECT_EQ(probe.log.Line(3), c.fields.high ? "chroma_format_idc: 1" : "log2_max_frame_num_minus4: 0");
   }
 }
 
@@ -227,62 +214,34 @@ TEST_F(VideoHeaderTest, ProfileOneFortyFiveFillsTheLogAndDropsTheRest) {
   EXPECT_EQ(format.height, 1088);
 }
 
-TEST_F(VideoHeaderTest, DelimiterInsideThePayloadOnlyForStreamType27) {
-  const Bytes lead = {0xAA, 0xBB, 0xCC, 0x01};
-  const auto packet = VideoPacket(H264Es(66, EncodeSps(66, {79, 44, true}), lead));
-  EXPECT_EQ(Analyse(packet, 2), 0);
-  EXPECT_EQ(format.h264Profile, 0);
-  EXPECT_EQ(Analyse(packet, 27), 1);
-  EXPECT_EQ(format.width, 1280);
-}
+TEST(H264Header, WhichDelimitersOpenTheBranch) {
+  const Bytes sps = EncodeSps(66, {79, 44, true});
+  Probe probe;
+  // Behind other bytes a delimiter counts only in a stream of type 27.
+  const auto packet = VideoPacket(H264Es(66, sps, {0xAA, 0xBB, 0xCC, 0x01}));
+  EXPECT_EQ(probe.Analyse(packet, 2), 0);
+  EXPECT_EQ(probe.format.h264Profile, 0);
+  // Other delimiters and three-byte start codes are not taken.
+  Bytes other = H264Es(66, sps);
+  other[5] = 0x30;  // primary_pic_type 1
+  EXPECT_EQ(probe.Analyse(VideoPacket(other), 27), 0);
+  EXPECT_EQ(probe.Analyse(VideoPacket({0x00, 0x00, 0x01, 0x09, 0x10}), 2), 0);
+  EXPECT_EQ(probe.Analyse(packet, 27), 1);
+  EXPECT_EQ(probe.format.width, 1280);
 
-TEST_F(VideoHeaderTest, DelimiterInTypeTwoStreamTakesTheH264BranchAndClosesMpeg2) {
-  ASSERT_EQ(Analyse(VideoPacket(H264Es(77, EncodeSps(77, {79, 44, true}))), 2), 1);
-  EXPECT_EQ(format.h264Profile, 77);
-  EXPECT_EQ(Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3))), 0) << "no sequence header once H.264 is known";
-  EXPECT_EQ(format.width, 1280);
-}
-
-TEST_F(VideoHeaderTest, OtherDelimitersAndThreeByteCodesAreNotTaken) {
-  Bytes es = H264Es(66, EncodeSps(66, {79, 44, true}));
-  es[5] = 0x30;  // primary_pic_type 1
-  EXPECT_EQ(Analyse(VideoPacket(es), 27), 0);
-  Bytes three = {0x00, 0x00, 0x01, 0x09, 0x10};
-  EXPECT_EQ(Analyse(VideoPacket(three), 2), 0);
+  // At the payload's start it takes the H.264 branch in a type 2 stream too,
+  // and no sequence header is looked for after that.
+  Probe typeTwo;
+  ASSERT_EQ(typeTwo.Analyse(VideoPacket(H264Es(77, EncodeSps(77, {79, 44, true}))), 2), 1);
+  EXPECT_EQ(typeTwo.format.h264Profile, 77);
+  EXPECT_EQ(typeTwo.Analyse(VideoPacket(SequenceHeader(720, 576, 2, 3))), 0);
+  EXPECT_EQ(typeTwo.format.width, 1280);
 }
 
 TEST_F(VideoHeaderTest, ZeroParameterSetEndsEveryReadWithoutSpinning) {
   ASSERT_EQ(Analyse(VideoPacket(H264Es(100, Bytes(120, 0x00))), 27), 1);
   EXPECT_EQ(format.width, 16) << "(0 + 1) x 16";
   EXPECT_LE(log.Count(), 20);
-}
-
-TEST(BitReader, RefillKeepsUnreadBitsOnTopAndTakesWholeBytes) {
-  const std::uint8_t source[] = {0xAB, 0xCD, 0xEF};
-  CBitReader bits(0xF0000000u, source, nullptr);
-  EXPECT_EQ(bits.ReadBits(12, "x"), 0xF00u);
-  bits.RefillBits();  // 12 bits used: one byte comes in, 4 bits stay empty
-  EXPECT_EQ(bits.BitCount(), 4u);
-  EXPECT_EQ(bits.SourcePosition(), 1u);
-  EXPECT_EQ(bits.BitWord(), 0x000000ABu << 4);
-  EXPECT_EQ(bits.ReadBits(28, "y"), 0x00000ABu);
-  bits.RefillBits();
-  bits.RefillBits();
-  EXPECT_EQ(bits.ReadBits(16, "z"), 0xCDEFu);
-  EXPECT_EQ(bits.ReadBits(16, "past"), 0u) << "behind the source everything is 0";
-}
-
-TEST(BitReader, ExpGolombValues) {
-  tsw::BitWriter w;
-  for (std::uint32_t v : {0u, 1u, 2u, 7u, 254u}) w.Ue(v);
-  const tsw::Bytes bytes = w.Finish();
-  std::uint32_t word = 0;
-  for (int i = 0; i < 4; ++i) word = word << 8 | (i < static_cast<int>(bytes.size()) ? bytes[static_cast<std::size_t>(i)] : 0u);
-  CBitReader bits(word, std::span<const std::uint8_t>(bytes).subspan(4), nullptr);
-  for (std::uint32_t v : {0u, 1u, 2u, 7u, 254u}) {
-    EXPECT_EQ(bits.ReadUe("v"), v);
-    bits.RefillBits();
-  }
 }
 
 }  // namespace

@@ -7,9 +7,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <map>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -41,22 +38,6 @@ struct PlayRun {
   std::string err;
 };
 
-PlayOptions Options(const std::string& file, const std::string& raw) {
-  PlayOptions options;
-  options.file = file;
-  options.raw = raw;
-  return options;
-}
-
-PlayRun Play(const std::filesystem::path& in, const std::filesystem::path& out) {
-  std::ostringstream stdoutText, stderrText;
-  PlayRun run;
-  run.status = RunPlay(Options(in.string(), out.string()), stdoutText, stderrText, false);
-  run.out = stdoutText.str();
-  run.err = stderrText.str();
-  return run;
-}
-
 struct Summary {
   long long packets = -1;
   long long bytes = -1;
@@ -79,161 +60,13 @@ std::optional<Summary> ParseSummary(const std::string& text) {
                                        << (at - actual.begin()) / static_cast<long>(kPacket);
 }
 
-// ---- Synthetic streams --------------------------------------------------
-
-void AddTables(tsw::TsFile& file) {
-  file.AddSection(0, tsw::PatSection(1, 0, {{1, kPmtPid}}));
-  file.AddSection(kPmtPid, tsw::PmtSection(1, 0, kVideo, {{0x02, kVideo, {}}, {0x03, kAudio, {}}}));
-}
-
-// A video PES of two packets: PES header with PTS, then either a sequence
-// header with `aspect` or a bare picture start; gives the first packet's index.
-std::size_t AddVideo(tsw::TsFile& file, std::uint64_t pts, std::optional<std::uint8_t> aspect) {
-  const std::size_t at = file.PacketCount();
-  Bytes pes = tsw::PesHeader(0xE0, pts);
-  const Bytes body = aspect ? tsw::Mpeg2SequenceHeader(720, 576, *aspect, 3) : Bytes{0x00, 0x00, 0x01, 0x00};
-  pes.insert(pes.end(), body.begin(), body.end());
-  pes.resize(300, static_cast<std::uint8_t>(at));
-  file.AddPes(kVideo, pes);
-  return at;
-}
-
-void AddAudio(tsw::TsFile& file, std::uint64_t pts) {
-  Bytes pes = tsw::PesHeader(0xC0, pts, 200);
-  pes.resize(206, 0x5A);
-  file.AddPes(kAudio, pes);
-}
-
-struct GateCase {
-  const char* name;
-  // Builds the file and gives the packet that should be written first.
-  std::function<std::size_t(tsw::TsFile&)> build;
-};
-
-const GateCase kGateCases[] = {
-    {"HeaderBehindThePmt",
-     [](tsw::TsFile& file) {
-       AddTables(file);
-       AddAudio(file, 9000);
-       AddVideo(file, 9000, std::nullopt);  // analysed, but no header
-       AddAudio(file, 12600);
-       const std::size_t first = AddVideo(file, 12600, 3);
-       for (int i = 0; i < 6; ++i) {
-         AddAudio(file, 16200 + 3600u * i);
-         AddVideo(file, 16200 + 3600u * i, std::nullopt);
-       }
-       AddTables(file);
-       AddVideo(file, 40000, 2);  // aspect known already: not looked at
-       AddAudio(file, 40000);
-       return first;
-     }},
-    {"UnknownAspectKeepsTheSearchGoing",
-     [](tsw::TsFile& file) {
-       AddTables(file);
-       AddVideo(file, 9000, 1);
-       AddAudio(file, 9000);
-       AddVideo(file, 12600, 1);
-       const std::size_t first = AddVideo(file, 16200, 4);
-       AddVideo(file, 19800, 3);
-       AddAudio(file, 19800);
-       return first;
-     }},
-    {"OnlyUnknownAspectsEndAtTheLastHeader",
-     [](tsw::TsFile& file) {
-       AddTables(file);
-       AddVideo(file, 9000, 1);
-       AddAudio(file, 9000);
-       const std::size_t first = AddVideo(file, 12600, 1);
-       AddAudio(file, 12600);
-       AddVideo(file, 16200, std::nullopt);
-       return first;
-     }},
-    {"HeaderAheadOfThePmtIsNotSeen",
-     [](tsw::TsFile& file) {
-       AddVideo(file, 9000, 3);  // no video PID known yet
-       AddTables(file);
-       AddAudio(file, 9000);
-       AddVideo(file, 12600, std::nullopt);
-       const std::size_t first = AddVideo(file, 16200, 3);
-       AddAudio(file, 16200);
-       return first;
-     }},
-    {"NoHeaderWritesEverything",
-     [](tsw::TsFile& file) {
-       AddTables(file);
-       for (int i = 0; i < 4; ++i) {
-         AddVideo(file, 9000 + 3600u * i, std::nullopt);
-         AddAudio(file, 9000 + 3600u * i);
-       }
-       return std::size_t{0};
-     }},
-};
-
-class PlayGate : public ::testing::TestWithParam<GateCase> {};
-
-TEST_P(PlayGate, WritesTheInputFromThePacketTheGateLetsThroughFirst) {
-  tsw::ScopedRegistry registry;
-  ASSERT_TRUE(WriteSettingDword("PrefDemux", 0));
-  tsw::TsFile file;
-  const std::size_t first = GetParam().build(file);
-  ASSERT_LT(first, file.PacketCount());
-  tsw::TempDir dir;
-  file.Write(dir.File("in.ts"));
-
-  const PlayRun run = Play(dir.File("in.ts"), dir.File("out.ts"));
-  ASSERT_EQ(run.status, kExitOk) << run.err;
-  EXPECT_EQ(run.err, "");
-  const Bytes expected(file.Data().begin() + static_cast<std::ptrdiff_t>(first * kPacket), file.Data().end());
-  EXPECT_TRUE(SameBytes(ReadAll(dir.File("out.ts")), expected)) << "first packet should be " << first;
-  const auto summary = ParseSummary(run.out);
-  ASSERT_TRUE(summary) << run.out;
-  EXPECT_EQ(summary->packets, static_cast<long long>(file.PacketCount() - first));
-  EXPECT_EQ(summary->bytes, static_cast<long long>(expected.size()));
-}
-
-std::string GateCaseName(const ::testing::TestParamInfo<GateCase>& tested) { return tested.param.name; }
-
-INSTANTIATE_TEST_SUITE_P(Synthetic, PlayGate, ::testing::ValuesIn(kGateCases), GateCaseName);
-
-// The sample's first video PES whose payload opens with a sequence header,
-// found with the standard's own field rules; none if not in the first 10000
-// packets, where the scan would count it on a later trip.
-std::optional<std::size_t> FirstSequenceHeaderPacket(const Bytes& data, std::uint16_t videoPid) {
-  const auto found = tsw::SequenceHeaderPackets(data, videoPid, 10000);
-  if (found.empty()) return std::nullopt;
-  return found.front();
-}
-
-TEST(PlayRaw, BundledSampleFromItsFirstSequenceHeaderToTheEnd) {
-  tsw::ScopedRegistry registry;
-  ASSERT_TRUE(WriteSettingDword("PrefDemux", 0));
-  const Bytes input = ReadAll(kSample);
-  ASSERT_FALSE(input.empty());
-  const auto first = FirstSequenceHeaderPacket(input, kVideo);
-  ASSERT_TRUE(first) << "the sample should open a video PES with a sequence header early on";
-  // The header only counts once the scan knows the video PID from the PMT.
-  std::size_t pmt = 0;
-  while (pmt < *first && PidOf(input.data() + pmt * kPacket) != kPmtPid) ++pmt;
-  ASSERT_LT(pmt, *first);
-
-  tsw::TempDir dir;
-  const PlayRun run = Play(kSample, dir.File("out.ts"));
-  ASSERT_EQ(run.status, kExitOk) << run.err;
-  const Bytes expected(input.begin() + static_cast<std::ptrdiff_t>(*first * kPacket),
-                       input.begin() + static_cast<std::ptrdiff_t>(input.size() / kPacket * kPacket));
-  EXPECT_TRUE(SameBytes(ReadAll(dir.File("out.ts")), expected)) << "first packet should be " << *first;
-  const auto summary = ParseSummary(run.out);
-  ASSERT_TRUE(summary) << run.out;
-  EXPECT_EQ(summary->packets, static_cast<long long>(expected.size() / kPacket));
-
-  if (tsw::OnPath("ffprobe")) {
-    const tsw::CommandResult probe = tsw::Shell(
-        "ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " + dir.File("out.ts").string());
-    EXPECT_EQ(probe.status, 0);
-    for (const char* codec : {"mpeg2video", "mp2", "ac3"}) {
-      EXPECT_NE(probe.out.find(codec), std::string::npos) << codec << " in\n" << probe.out;
-    }
-  }
+PlayRun Play(const std::filesystem::path& in, const std::filesystem::path& out) {
+  PlayOptions options;
+  options.file = in.string();
+  options.raw = out.string();
+  std::ostringstream stdoutText, stderrText;
+  const int status = RunPlay(options, stdoutText, stderrText, false);
+  return {status, stdoutText.str(), stderrText.str()};
 }
 
 // ---- Elementary output (PrefDemux 3) -------------------------------------
@@ -313,15 +146,10 @@ TEST(PlayElementary, WritesTheVideoPayloadByTheCountdownRule) {
   tsw::TempDir dir;
   file.Write(dir.File("in.ts"));
 
-  // The census decides the video PID: the one with the most packets.
-  std::map<std::uint16_t, int> counts;
-  for (std::size_t i = 0; i < file.PacketCount(); ++i) ++counts[PidOf(file.Data().data() + i * kPacket)];
-  const auto video = std::max_element(counts.begin(), counts.end(),
-                                      [](const auto& a, const auto& b) { return a.second < b.second; });
-  ASSERT_EQ(video->first, kVideo);
-  // The Census and Tables passes each take every packet of this short file
-  // once, with no sample: 184 off the countdown per call. The gate stays 0,
-  // as no header is analysed in this mode.
+  // The census makes kVideo, with the most packets, the video PID. The Census
+  // and Tables passes each take every packet of this short file once, with no
+  // sample: 184 off the countdown per call. The gate stays 0, as no header is
+  // analysed in this mode.
   const auto scanned = static_cast<std::uint16_t>(0u - 2u * file.PacketCount() * 184u);
   const std::vector<Bytes> samples = ElementarySamples(file.Data(), kVideo, scanned);
   Bytes expected;
@@ -338,73 +166,73 @@ TEST(PlayElementary, WritesTheVideoPayloadByTheCountdownRule) {
   EXPECT_EQ(summary->bytes, static_cast<long long>(expected.size()));
 }
 
-// ---- Failures and usage ---------------------------------------------------
+// ---- Failures ------------------------------------------------------------
 
-tsw::TsFile SmallFile() {
-  tsw::TsFile file;
-  AddTables(file);
-  AddVideo(file, 9000, 3);
-  AddAudio(file, 9000);
-  return file;
-}
-
-TEST(PlayRaw, DefaultSettingRefusesAPlainWriterWithAHint) {
-  tsw::ScopedRegistry registry;  // nothing stored: PrefDemux 1
-  tsw::TempDir dir;
-  SmallFile().Write(dir.File("in.ts"));
-  const PlayRun run = Play(dir.File("in.ts"), dir.File("out.ts"));
-  EXPECT_EQ(run.status, kExitFailure);
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
-  EXPECT_EQ(run.err.rfind("brindlet: ", 0), 0u) << run.err;
-  for (const char* words : {"PrefDemux 1", "MPEG-2 demultiplexer", "brindlet settings set PrefDemux 0"}) {
-    EXPECT_NE(run.err.find(words), std::string::npos) << words << " in " << run.err;
-  }
-  EXPECT_FALSE(std::filesystem::exists(dir.File("out.ts"))) << "the writer never started";
-}
-
+// Each failure is one line on stderr and status 1, with nothing written.
 TEST(PlayRaw, FailuresAreOneLineAndStatusOne) {
-  tsw::ScopedRegistry registry;
-  ASSERT_TRUE(WriteSettingDword("PrefDemux", 0));
   tsw::TempDir dir;
-  SmallFile().Write(dir.File("in.ts"));
+  const std::filesystem::path in = dir.File("in.ts"), out = dir.File("out.ts");
+  tsw::TsFile file;  // tables, then a video PES opening with a sequence header
+  file.AddSection(0, tsw::PatSection(1, 0, {{1, kPmtPid}}));
+  file.AddSection(kPmtPid, tsw::PmtSection(1, 0, kVideo, {{0x02, kVideo, {}}, {0x03, kAudio, {}}}));
+  Bytes pes = Join(tsw::PesHeader(0xE0, 9000), tsw::Mpeg2SequenceHeader(720, 576, 3, 3));
+  pes.resize(300, 0x11);
+  file.AddPes(kVideo, pes);
+  file.Write(in);
   struct Case {
+    std::optional<DWORD> prefDemux;  // none: nothing stored, so 1
     std::filesystem::path in, out;
-    std::string line;
+    std::vector<std::string> pieces;  // the first opens the line
   };
   std::vector<Case> cases = {
-      {dir.File("missing.ts"), dir.File("out.ts"),
-       "brindlet: cannot open " + dir.File("missing.ts").string() + ": no such file\n"},
-      {dir.File("in.ts"), dir.File("no/such/dir/out.ts"),
-       "brindlet: cannot start playing into " + dir.File("no/such/dir/out.ts").string() + ": "},
+      {std::nullopt, in, out,
+       {"brindlet: ", "PrefDemux 1", "MPEG-2 demultiplexer", "brindlet settings set PrefDemux 0"}},
+      {0, dir.File("missing.ts"), out,
+       {"brindlet: cannot open " + dir.File("missing.ts").string() + ": no such file\n"}},
+      {0, in, dir.File("no/such/dir/out.ts"),
+       {"brindlet: cannot start playing into " + dir.File("no/such/dir/out.ts").string() + ": "}},
   };
-  if (std::filesystem::exists("/dev/full")) {
-    cases.push_back({dir.File("in.ts"), "/dev/full", "brindlet: playback aborted: disk full"});
-  }
+  if (std::filesystem::exists("/dev/full")) cases.push_back({0, in, "/dev/full", {"brindlet: playback aborted: disk full"}});
   for (const Case& c : cases) {
+    tsw::ScopedRegistry registry;
+    if (c.prefDemux) {
+      ASSERT_TRUE(WriteSettingDword("PrefDemux", *c.prefDemux));
+    }
     const PlayRun run = Play(c.in, c.out);
     EXPECT_EQ(run.status, kExitFailure) << c.out;
     EXPECT_EQ(run.out, "") << c.out;
-    EXPECT_EQ(run.err.rfind(c.line, 0), 0u) << run.err;
+    EXPECT_EQ(run.err.rfind(c.pieces[0], 0), 0u) << run.err;
+    for (const std::string& piece : c.pieces) EXPECT_NE(run.err.find(piece), std::string::npos) << piece;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+    EXPECT_TRUE(c.out == "/dev/full" || !std::filesystem::exists(c.out)) << "the writer never started";
   }
 }
 
-// The tool itself, with its own registry folder and the bundled sample.
-TEST(BrindletTool, PlaysTheBundledSampleIntoARawFile) {
-  tsw::TempDir registry;
-  tsw::TempDir dir;
+// The tool itself, with its own registry folder, on the bundled sample: the
+// summary alone off a terminal, and the file from the first sequence header
+// the scan met (it knows the video PID from the PMT only, and counts headers
+// in the first 10000 packets) to the end.
+TEST(BrindletTool, PlaysTheBundledSampleFromItsFirstSequenceHeader) {
+  const Bytes input = ReadAll(kSample);
+  const auto headers = tsw::SequenceHeaderPackets(input, kVideo, 10000);
+  ASSERT_FALSE(headers.empty()) << "the sample should open a video PES with a sequence header early on";
+  std::size_t pmt = 0;
+  while (pmt < headers.front() && PidOf(input.data() + pmt * kPacket) != kPmtPid) ++pmt;
+  ASSERT_LT(pmt, headers.front());
+
+  tsw::TempDir registry, dir;
   const std::string env = "BRINDLET_REGISTRY_DIR=" + registry.Path().string() + " ";
   ASSERT_EQ(tsw::Shell(env + BRINDLET_CLI + " settings set PrefDemux 0 >/dev/null 2>&1").status, 0);
-  const auto out = dir.File("out.ts");
   const tsw::CommandResult run =
-      tsw::Shell(env + BRINDLET_CLI + " play " + kSample.string() + " --raw " + out.string() + " 2>&1");
-  EXPECT_EQ(run.status, kExitOk) << run.out;
-  EXPECT_TRUE(ParseSummary(run.out)) << "the summary alone, and no progress off a terminal: " << run.out;
-  ASSERT_TRUE(std::filesystem::exists(out));
-  const auto size = std::filesystem::file_size(out);
-  EXPECT_GT(size, 0u);
-  EXPECT_EQ(size % kPacket, 0u);
+      tsw::Shell(env + BRINDLET_CLI + " play " + kSample.string() + " --raw " + dir.File("out.ts").string() + " 2>&1");
+  ASSERT_EQ(run.status, kExitOk) << run.out;
+  const Bytes expected(input.begin() + static_cast<std::ptrdiff_t>(headers.front() * kPacket),
+                       input.begin() + static_cast<std::ptrdiff_t>(input.size() / kPacket * kPacket));
+  EXPECT_TRUE(SameBytes(ReadAll(dir.File("out.ts")), expected)) << "first packet should be " << headers.front();
+  const auto summary = ParseSummary(run.out);
+  ASSERT_TRUE(summary) << run.out;
+  EXPECT_EQ(summary->packets, static_cast<long long>(expected.size() / kPacket));
+  EXPECT_EQ(summary->bytes, static_cast<long long>(expected.size()));
 }
 
 }  // namespace

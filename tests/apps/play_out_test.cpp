@@ -36,11 +36,8 @@ PlayRun PlayOut(const fs::path& in, const fs::path& dir, std::optional<long> aud
   options.audio = audio;
   options.answer = answer;
   std::ostringstream out, err;
-  PlayRun run;
-  run.status = RunPlay(options, out, err, false);
-  run.out = out.str();
-  run.err = err.str();
-  return run;
+  const int status = RunPlay(options, out, err, false);
+  return {status, out.str(), err.str()};
 }
 
 // "PIN: FILE, N samples, B bytes" for `pin`; -1 if the summary lacks it.
@@ -83,14 +80,18 @@ bool Make(const std::string& arguments, const fs::path& to) {
   return tsw::Shell("ffmpeg -v error -y " + arguments + " -f mpegts '" + to.string() + "' 2>&1").status == 0;
 }
 
-class PlayOutTest : public ::testing::Test {
+class PlayOutFixture : public ::testing::Test {
+ protected:
+  tsw::ScopedRegistry m_Registry;
+  tsw::TempDir m_Dir;
+  fs::path m_Out = m_Dir.File("out");
+};
+
+class PlayOutTest : public PlayOutFixture {
  protected:
   void SetUp() override {
     if (!tsw::OnPath("ffmpeg") || !tsw::OnPath("ffprobe")) GTEST_SKIP() << "needs ffmpeg and ffprobe";
   }
-  tsw::ScopedRegistry m_Registry;
-  tsw::TempDir m_Dir;
-  fs::path m_Out = m_Dir.File("out");
 };
 
 TEST_F(PlayOutTest, Mpeg2AndMp2MatchFfmpegFromTheFirstSequenceHeader) {
@@ -208,11 +209,7 @@ struct SyntheticCase {
   const char* wiring;   // what the summary says the filter mapped
 };
 
-class PlayOutSyntheticTest : public ::testing::TestWithParam<SyntheticCase> {
- protected:
-  tsw::ScopedRegistry m_Registry;
-  tsw::TempDir m_Dir;
-};
+class PlayOutSyntheticTest : public PlayOutFixture, public ::testing::WithParamInterface<SyntheticCase> {};
 
 TEST_P(PlayOutSyntheticTest, ReportsWhatTheWiringDid) {
   const SyntheticCase& c = GetParam();
@@ -230,7 +227,7 @@ TEST_P(PlayOutSyntheticTest, ReportsWhatTheWiringDid) {
   const fs::path in = m_Dir.File("in.ts");
   file.Write(in);
 
-  const PlayRun run = PlayOut(in, m_Dir.File("out"));
+  const PlayRun run = PlayOut(in, m_Out);
   EXPECT_EQ(run.status, c.status) << run.out << run.err;
   EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
   EXPECT_NE(run.err.find(c.line), std::string::npos) << run.err;
@@ -262,29 +259,19 @@ struct SampleSwitchCase {
   DWORD ac3After;     // the setting once the run is over
 };
 
-class PlayOutSampleTest : public ::testing::TestWithParam<SampleSwitchCase> {
- protected:
-  tsw::ScopedRegistry m_Registry;
-  tsw::TempDir m_Dir;
-};
+class PlayOutSampleTest : public PlayOutFixture, public ::testing::WithParamInterface<SampleSwitchCase> {};
 
 TEST_P(PlayOutSampleTest, AudioSwitch) {
   const SampleSwitchCase& c = GetParam();
   const fs::path sample = fs::path(BRINDLET_SOURCE_DIR) / "samples/mpeg2-mp2-ac3.ts";
-  const PlayRun run = PlayOut(sample, m_Dir.File("out"), c.track, c.answer);
+  const PlayRun run = PlayOut(sample, m_Out, c.track, c.answer);
   EXPECT_EQ(run.status, c.status) << run.err;
-  if (*c.err == '\0') {
-    EXPECT_EQ(run.err, "");
-  } else {
-    EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
-  }
+  EXPECT_TRUE(*c.err == '\0' ? run.err.empty() : run.err.find(c.err) != std::string::npos) << run.err;
   DWORD ac3 = 1;  // the default while nothing is stored
   ReadSettingDword("AC3", &ac3);
   EXPECT_EQ(ac3, c.ac3After);
   // Even after Yes, the running graph keeps its pins.
-  if (c.track < 2) {
-    EXPECT_GT(BytesOf(run.out, "AC3"), 0) << run.out;
-  }
+  EXPECT_TRUE(c.track >= 2 || BytesOf(run.out, "AC3") > 0) << run.out;
 }
 
 constexpr const char* kBox =
@@ -300,14 +287,21 @@ INSTANTIATE_TEST_SUITE_P(
                       SampleSwitchCase{"NoSuchTrack", 2, std::nullopt, kExitFailure, "the file has 2 audio track(s)", 1}),
     [](const auto& param) { return std::string(param.param.name); });
 
-TEST(PlayOutUsage, OutAndRawAreAlternatives) {
-  for (const auto& [out, raw] : {std::pair{"", ""}, std::pair{"dir", "file.ts"}}) {
+// Refused before the file is even opened.
+TEST(PlayOutUsage, OutAndRawAreAlternativesAndAudioNeedsOut) {
+  struct Case {
+    const char* out;
+    const char* raw;
+    std::optional<long> audio;
+  };
+  for (const Case& c : {Case{"", "", {}}, Case{"d", "f", {}}, Case{"", "f", 1}, Case{"d", "", -1}}) {
     PlayOptions options;
     options.file = "x.ts";
-    options.out = out;
-    options.raw = raw;
+    options.out = c.out;
+    options.raw = c.raw;
+    options.audio = c.audio;
     std::ostringstream stdoutText, stderrText;
-    EXPECT_EQ(RunPlay(options, stdoutText, stderrText, false), kExitUsage) << out << "|" << raw;
+    EXPECT_EQ(RunPlay(options, stdoutText, stderrText, false), kExitUsage) << c.out << "|" << c.raw;
   }
 }
 

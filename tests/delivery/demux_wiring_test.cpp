@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <set>
 
 #include "control/settings_store.h"
 #include "platform/codepage.h"
@@ -23,17 +22,11 @@ using tsw::Bytes;
 // A pin of the fake: only its PID map does anything.
 class FakePin final : public IPin, public IMPEG2PIDMap {
  public:
-  explicit FakePin(GUID type) : subtype(type) {}
   STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    if (riid == IID_IUnknown || riid == IID_IPin) {
-      *ppv = static_cast<IPin*>(this);
-    } else if (riid == IID_IMPEG2PIDMap && hasMap) {
-      *ppv = static_cast<IMPEG2PIDMap*>(this);
-    } else {
-      *ppv = nullptr;
-      return E_NOINTERFACE;
-    }
-    return S_OK;
+    *ppv = riid == IID_IUnknown || riid == IID_IPin ? static_cast<void*>(static_cast<IPin*>(this))
+           : riid == IID_IMPEG2PIDMap              ? static_cast<IMPEG2PIDMap*>(this)
+                                                   : nullptr;
+    return *ppv != nullptr ? S_OK : E_NOINTERFACE;
   }
   STDMETHODIMP_(ULONG) AddRef() override { return 2; }
   STDMETHODIMP_(ULONG) Release() override { return 1; }
@@ -43,10 +36,7 @@ class FakePin final : public IPin, public IMPEG2PIDMap {
   STDMETHODIMP ConnectedTo(IPin**) override { return VFW_E_NOT_CONNECTED; }
   STDMETHODIMP ConnectionMediaType(AM_MEDIA_TYPE*) override { return VFW_E_NOT_CONNECTED; }
   STDMETHODIMP QueryPinInfo(PIN_INFO*) override { return E_NOTIMPL; }
-  STDMETHODIMP QueryDirection(PIN_DIRECTION* d) override {
-    *d = PINDIR_OUTPUT;
-    return S_OK;
-  }
+  STDMETHODIMP QueryDirection(PIN_DIRECTION* d) override { return *d = PINDIR_OUTPUT, S_OK; }
   STDMETHODIMP QueryId(LPWSTR*) override { return E_NOTIMPL; }
   STDMETHODIMP QueryAccept(const AM_MEDIA_TYPE*) override { return S_FALSE; }
   STDMETHODIMP EnumMediaTypes(IEnumMediaTypes**) override { return E_NOTIMPL; }
@@ -65,24 +55,16 @@ class FakePin final : public IPin, public IMPEG2PIDMap {
   }
   STDMETHODIMP EnumPIDMap(IEnumPIDMap**) override { return E_NOTIMPL; }
 
-  GUID subtype;
-  bool hasMap = true;
   std::vector<std::string> log;
 };
 
 class FakeDemux final : public IBaseFilter, public IMpeg2Demultiplexer {
  public:
   STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    if (riid == IID_IUnknown || riid == IID_IBaseFilter) {
-      *ppv = static_cast<IBaseFilter*>(this);
-    } else if (riid == IID_IMpeg2Demultiplexer) {
-      *ppv = static_cast<IMpeg2Demultiplexer*>(this);
-    } else {
-      *ppv = nullptr;
-      return E_NOINTERFACE;
-    }
-    AddRef();
-    return S_OK;
+    *ppv = riid == IID_IUnknown || riid == IID_IBaseFilter ? static_cast<void*>(static_cast<IBaseFilter*>(this))
+           : riid == IID_IMpeg2Demultiplexer            ? static_cast<IMpeg2Demultiplexer*>(this)
+                                                         : nullptr;
+    return *ppv != nullptr ? (AddRef(), S_OK) : E_NOINTERFACE;
   }
   STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++references); }
   STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--references); }
@@ -95,27 +77,18 @@ class FakeDemux final : public IBaseFilter, public IMpeg2Demultiplexer {
   STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
   STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
   STDMETHODIMP FindPin(LPCWSTR id, IPin** pin) override {
-    auto it = pins.find(id);
-    if (it == pins.end()) {
-      *pin = nullptr;
-      return VFW_E_NOT_FOUND;
-    }
-    *pin = it->second.get();
-    return S_OK;
+    *pin = Pin(id);
+    return *pin != nullptr ? S_OK : VFW_E_NOT_FOUND;
   }
   STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
   STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
   STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
-  STDMETHODIMP CreateOutputPin(AM_MEDIA_TYPE* type, LPWSTR name, IPin** pin) override {
+  // A taken name comes back without its pin.
+  STDMETHODIMP CreateOutputPin(AM_MEDIA_TYPE*, LPWSTR name, IPin** pin) override {
     created.push_back(name);
-    if (pins.count(name) != 0) {
-      *pin = nullptr;
-      return VFW_E_DUPLICATE_NAME;
-    }
-    auto made = std::make_unique<FakePin>(type->subtype);
-    *pin = made.get();
-    pins[name] = std::move(made);
-    return S_OK;
+    auto& made = pins[name];
+    *pin = made ? nullptr : (made = std::make_unique<FakePin>()).get();
+    return *pin != nullptr ? S_OK : VFW_E_DUPLICATE_NAME;
   }
   STDMETHODIMP SetOutputPinMediaType(LPWSTR, AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
   STDMETHODIMP DeleteOutputPin(LPWSTR) override { return E_NOTIMPL; }
@@ -155,9 +128,7 @@ class DemuxWiringTest : public ::testing::Test {
   // Joins (which reads the settings) and loads `file`.
   void OpenFile(const tsw::TsFile& file) {
     ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
-    const auto path = m_Dir.File("w.ts");
-    file.Write(path);
-    ASSERT_EQ(m_Filter.Load(path), S_OK);
+    ASSERT_EQ(m_Filter.Load(file), S_OK);
   }
   DWORD TrackCount() {
     DWORD count = 99;
@@ -178,7 +149,6 @@ class DemuxWiringTest : public ::testing::Test {
   }
 
   tsw::ScopedRegistry m_Registry;
-  tsw::TempDir m_Dir;
   CMessageBoxRecorder m_Messages{IDNO};
   FilterHolder m_Filter;
   FakeDemux m_Demux;
@@ -354,7 +324,6 @@ std::vector<long> MappedTo(IBaseFilter* demux, const wchar_t* name) {
 class ConnectTest : public ::testing::TestWithParam<DWORD> {
  protected:
   tsw::ScopedRegistry m_Registry;
-  tsw::TempDir m_Dir;
   FilterHolder m_Filter;
 };
 
@@ -364,9 +333,7 @@ class ConnectTest : public ::testing::TestWithParam<DWORD> {
 TEST_P(ConnectTest, WiresAtTheFirstConnectionAndLeavesItAtTheNext) {
   ASSERT_TRUE(WriteSettingDword("PrefDemux", GetParam()));
   ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
-  const auto path = m_Dir.File("c.ts");
-  TracksFile({kVideoStream, Mpeg(0x101, "eng"), Mpeg(0x102, "deu")}).Write(path);
-  ASSERT_EQ(m_Filter.Load(path), S_OK);
+  ASSERT_EQ(m_Filter.Load(TracksFile({kVideoStream, Mpeg(0x101, "eng"), Mpeg(0x102, "deu")})), S_OK);
 
   ComPtr<IBaseFilter> demux;
   ASSERT_EQ(CoCreateInstance(CLSID_MPEG2Demultiplexer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,

@@ -9,14 +9,13 @@
 
 #include "delivery/ts_source_filter.h"
 #include "platform/com_memory.h"
+#include "tests/support/ts_writer.h"
 
 class CTsSourceFilterProbe {
  public:
-  static void SetVideoPid(CTsSourceFilter& f, std::uint16_t pid) { f.m_Tracks.videoPid = pid; }
   static void SetDetLength(CTsSourceFilter& f, int on) { f.m_DetLength = on; }
   static REFERENCE_TIME Duration(CTsSourceFilter& f) { return f.m_Duration; }
   static const CPidCensus& Census(CTsSourceFilter& f) { return f.m_Census; }
-  static std::uint32_t PrefDemux(CTsSourceFilter& f) { return f.m_PrefDemux; }
 };
 
 // A filter created as the class factory would, released at the end.
@@ -38,6 +37,14 @@ class FilterHolder {
   HRESULT Load(const std::filesystem::path& path) {
     return m_Object->Load(path.wstring().c_str(), nullptr);
   }
+  // Writes `file` into a folder of the holder's own, under a new name each
+  // time, and loads it.
+  HRESULT Load(const tsw::TsFile& file) {
+    m_Path = m_Dir.File(std::to_string(++m_Files) + ".ts");
+    file.Write(m_Path);
+    return Load(m_Path);
+  }
+  const std::filesystem::path& Path() const { return m_Path; }
   // The answer to a text query, "<null>" for no string.
   std::string Query(const wchar_t* keyword) {
     LPWSTR text = nullptr;
@@ -51,4 +58,7 @@ class FilterHolder {
 
  private:
   CTsSourceFilter* m_Object;
+  tsw::TempDir m_Dir;
+  std::filesystem::path m_Path;
+  int m_Files = 0;
 };

@@ -1,6 +1,7 @@
 // The filter as a graph object: its interfaces, the clock choice, the
-// Running Object Table, the class factory of the module, and the worker of
-// its pin delivering into a peer.
+// Running Object Table, the class factory of the module, and where its pin's
+// delivery starts. The worker's own rules are the base stream's, tested with
+// it; a seek while it delivers is the seeking tests'.
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
@@ -28,14 +29,17 @@ using tsw::Bytes;
 
 constexpr std::uint16_t kVideo = 0x100;
 
-// PAT and PMT, then video with a sequence header at packet `header`, among
-// audio packets; `count` packets in all.
-tsw::TsFile GateFile(std::uint32_t count, std::uint32_t header) {
+// `count` packets: PAT and PMT at `tables` and the packet behind it, a video
+// PES opening with a sequence header at each of `headers`, a bare video PES
+// start every tenth packet, and video and audio numbered in their payload.
+tsw::TsFile GateFile(std::uint32_t count, std::vector<std::uint32_t> headers, std::uint32_t tables = 0) {
   tsw::TsFile file;
-  file.AddSection(0, tsw::PatSection(1, 0, {{1, 0x1000}}));
-  file.AddSection(0x1000, tsw::PmtSection(1, 0, kVideo, {{2, kVideo, {}}, {3, 0x101, {}}}));
-  for (std::uint32_t i = 2; i < count; ++i) {
-    if (i == header) {
+  for (std::uint32_t i = 0; i < count; ++i) {
+    if (i == tables) {
+      file.AddSection(0, tsw::PatSection(1, 0, {{1, 0x1000}}));
+    } else if (i == tables + 1) {
+      file.AddSection(0x1000, tsw::PmtSection(1, 0, kVideo, {{2, kVideo, {}}, {3, 0x101, {}}}));
+    } else if (std::count(headers.begin(), headers.end(), i) != 0) {
       Bytes pes = tsw::PesHeader(0xE0, 90000 + i * 90);
       const Bytes sequence = tsw::Mpeg2SequenceHeader(720, 576, 3, 3);
       pes.insert(pes.end(), sequence.begin(), sequence.end());
@@ -54,42 +58,30 @@ tsw::TsFile GateFile(std::uint32_t count, std::uint32_t header) {
 class GraphTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(WriteSettingDword("PrefDemux", 0)); }
-  std::filesystem::path Write(const tsw::TsFile& file) {
-    const auto path = m_Dir.File("g.ts");
-    file.Write(path);
-    return path;
-  }
   IPin* Pin() { return m_Filter->OutputPin(); }
 
   tsw::ScopedRegistry m_Registry;
-  tsw::TempDir m_Dir;
   CMessageBoxRecorder m_Messages;
   FilterHolder m_Filter;
 };
 
-TEST_F(GraphTest, SeekingIsAnsweredOnlyOnceThePinExists) {
+TEST_F(GraphTest, InterfacesSeekingOnceThePinExistsAndThePinsOneType) {
   void* face = nullptr;
   IUnknown* unknown = m_Filter->NonDelegatingUnknown();
   EXPECT_EQ(unknown->QueryInterface(IID_IMediaSeeking, &face), E_NOINTERFACE);
-  ASSERT_EQ(m_Filter.Load(Write(GateFile(100, 50))), S_OK);
-  ASSERT_EQ(unknown->QueryInterface(IID_IMediaSeeking, &face), S_OK);
-  IMediaSeeking* seeking = static_cast<IMediaSeeking*>(face);
-  void* fromPin = nullptr;
-  ASSERT_EQ(Pin()->QueryInterface(IID_IMediaSeeking, &fromPin), S_OK);
-  EXPECT_EQ(fromPin, face) << "one seeking object, on the pin and on the filter";
-  static_cast<IMediaSeeking*>(fromPin)->Release();
-  seeking->Release();
-  for (REFIID iid : {IID_IAMExtendedSeeking, IID_IAMStreamSelect, IID_IAMFilterMiscFlags,
-                     IID_ISpecifyPropertyPages, IID_IBaseFilter, IID_IMediaFilter, IID_IPersist, IID_IAMovieSetup}) {
+  ASSERT_EQ(m_Filter.Load(GateFile(100, {50})), S_OK);
+  ComPtr<IMediaSeeking> seeking, fromPin;
+  ASSERT_EQ(unknown->QueryInterface(IID_IMediaSeeking, seeking.PutVoid()), S_OK);
+  ASSERT_EQ(Pin()->QueryInterface(IID_IMediaSeeking, fromPin.PutVoid()), S_OK);
+  EXPECT_EQ(fromPin.Get(), seeking.Get()) << "one seeking object, on the pin and on the filter";
+  for (REFIID iid : {IID_IAMExtendedSeeking, IID_IAMStreamSelect, IID_IAMFilterMiscFlags, IID_ISpecifyPropertyPages,
+                     IID_IBaseFilter, IID_IMediaFilter, IID_IPersist, IID_IAMovieSetup}) {
     ASSERT_EQ(unknown->QueryInterface(iid, &face), S_OK);
     static_cast<IUnknown*>(face)->Release();
   }
-}
 
-TEST_F(GraphTest, PinOffersOneTypeAndOnePacketPerSample) {
-  ASSERT_EQ(m_Filter.Load(Write(GateFile(100, 50))), S_OK);
-  IEnumMediaTypes* types = nullptr;
-  ASSERT_EQ(Pin()->EnumMediaTypes(&types), S_OK);
+  ComPtr<IEnumMediaTypes> types;
+  ASSERT_EQ(Pin()->EnumMediaTypes(types.PutAddress()), S_OK);
   AM_MEDIA_TYPE* type = nullptr;
   ULONG fetched = 0;
   ASSERT_EQ(types->Next(1, &type, &fetched), S_OK);
@@ -100,91 +92,62 @@ TEST_F(GraphTest, PinOffersOneTypeAndOnePacketPerSample) {
   FreeMediaType(*type);
   CoTaskMemFree(type);
   EXPECT_EQ(types->Next(1, &type, &fetched), S_FALSE);
-  types->Release();
   PIN_INFO info{};
   ASSERT_EQ(Pin()->QueryPinInfo(&info), S_OK);
   EXPECT_STREQ(info.achName, L"TS Out");
   info.pFilter->Release();
 }
 
+// The scan's Tables pass analyses video PES starts once the PMT has named
+// the video PID, until it meets a sequence header; the gate stands right
+// behind it, and delivery begins with that packet, each time from the start.
 TEST_F(GraphTest, DeliveryStartsAtTheGateEndsOnceAndRestartsFromPacketZero) {
-  const tsw::TsFile content = GateFile(3000, 700);
-  ASSERT_EQ(m_Filter.Load(Write(content)), S_OK);
-  tsw::CapturePin peer;
-  ASSERT_EQ(Pin()->Connect(&peer, nullptr), S_OK);
-  for (int round = 0; round < 2; ++round) {
-    ASSERT_EQ(m_Filter->Pause(), S_OK);
-    ASSERT_TRUE(peer.WaitForEndOfStream(10000, round + 1));
-    const auto samples = peer.Samples();
-    // The scan's Tables pass met the header as its 701st call: the gate
-    // stands right behind it, and delivery begins with that packet.
-    const std::size_t first = round == 0 ? 0 : 2300;
-    ASSERT_EQ(samples.size(), first + 2300);
-    for (std::size_t i = 0; i < 2300; ++i) {
-      const auto expected = content.Data().begin() + static_cast<std::ptrdiff_t>((700 + i) * 188);
-      ASSERT_TRUE(std::equal(samples[first + i].bytes.begin(), samples[first + i].bytes.end(), expected)) << i;
+  struct Case {
+    const char* name;
+    std::vector<std::uint32_t> headers;
+    std::uint32_t tables;
+    std::size_t first;
+  };
+  const Case cases[] = {{"HeaderBehindThePmt", {700, 900}, 0, 700},
+                        {"HeaderAheadOfThePmtIsNotSeen", {5, 700}, 10, 700},
+                        {"NoHeaderSendsEverything", {}, 0, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    FilterHolder filter;
+    const tsw::TsFile content = GateFile(3000, c.headers, c.tables);
+    ASSERT_EQ(filter.Load(content), S_OK);
+    tsw::CapturePin peer;
+    IPin* pin = filter->OutputPin();
+    ASSERT_EQ(pin->Connect(&peer, nullptr), S_OK);
+    const std::size_t sent = 3000 - c.first;
+    for (int round = 0; round < 2; ++round) {
+      ASSERT_EQ(filter->Pause(), S_OK);
+      ASSERT_TRUE(peer.WaitForEndOfStream(10000, round + 1));
+      const auto samples = peer.Samples();
+      const std::size_t at = round == 0 ? 0 : sent;
+      ASSERT_EQ(samples.size(), at + sent);
+      for (std::size_t i = 0; i < sent; ++i) {
+        const auto expected = content.Data().begin() + static_cast<std::ptrdiff_t>((c.first + i) * 188);
+        ASSERT_TRUE(std::equal(samples[at + i].bytes.begin(), samples[at + i].bytes.end(), expected)) << i;
+      }
+      EXPECT_EQ(peer.EndOfStreams(), round + 1);
+      EXPECT_EQ(samples[at].sync, c.first != 0) << "the header packet carries a PTS";
+      EXPECT_FALSE(samples[at].discontinuity);
+      ASSERT_EQ(filter->Stop(), S_OK);
+      EXPECT_EQ(filter.Query(L"CURPACKET"), "0");
     }
-    EXPECT_EQ(peer.EndOfStreams(), round + 1);
-    EXPECT_TRUE(samples[first].sync) << "the header packet carries a PTS";
-    EXPECT_FALSE(samples[first].discontinuity);
-    ASSERT_EQ(m_Filter->Stop(), S_OK);
-    EXPECT_EQ(m_Filter.Query(L"CURPACKET"), "0");
+    EXPECT_EQ(peer.NewSegments(), 2);
+    EXPECT_EQ(pin->Disconnect(), S_OK);
   }
-  EXPECT_EQ(peer.NewSegments(), 2);
-  EXPECT_EQ(Pin()->Disconnect(), S_OK);
-}
-
-TEST_F(GraphTest, UnconnectedPinNeitherStartsAWorkerNorReads) {
-  ASSERT_EQ(m_Filter.Load(Write(GateFile(30000, 100))), S_OK);
-  EXPECT_EQ(m_Filter->Pause(), S_OK);
-  EXPECT_EQ(m_Filter->Run(0), S_OK);
-  EXPECT_FALSE(m_Filter->OutputPin()->ThreadExists());
-  EXPECT_EQ(m_Filter.Query(L"CURPACKET"), "0");
-  EXPECT_EQ(m_Filter->Stop(), S_OK);
-}
-
-TEST_F(GraphTest, StopWhileThePeerHoldsEveryBufferEndsTheWorker) {
-  ASSERT_EQ(m_Filter.Load(Write(GateFile(3000, 20))), S_OK);
-  tsw::CapturePin peer;
-  peer.SetHoldSamples(true);
-  ASSERT_EQ(Pin()->Connect(&peer, nullptr), S_OK);
-  ASSERT_EQ(m_Filter->Pause(), S_OK);
-  ASSERT_TRUE(peer.WaitFor(2, 5000));
-  EXPECT_EQ(m_Filter->Stop(), S_OK);
-  EXPECT_FALSE(m_Filter->OutputPin()->ThreadExists());
-  peer.ReleaseHeldSamples();
-  EXPECT_EQ(Pin()->Disconnect(), S_OK);
-}
-
-TEST_F(GraphTest, RefusedSampleLeavesTheWorkerIdleAndASeekSendsItOn) {
-  ASSERT_EQ(m_Filter.Load(Write(GateFile(3000, 20))), S_OK);
-  tsw::CapturePin peer;
-  peer.SetReceiveResult(S_FALSE);
-  ASSERT_EQ(Pin()->Connect(&peer, nullptr), S_OK);
-  ASSERT_EQ(m_Filter->Pause(), S_OK);
-  ASSERT_TRUE(peer.WaitFor(1, 5000));
-  usleep(20000);
-  EXPECT_EQ(peer.SampleCount(), 1u);
-  EXPECT_EQ(peer.EndOfStreams(), 0);
-  peer.SetReceiveResult(S_OK);
-  ComPtr<IMediaSeeking> seeking;
-  ASSERT_EQ(Pin()->QueryInterface(IID_IMediaSeeking, seeking.PutVoid()), S_OK);
-  LONGLONG start = 0;
-  ASSERT_EQ(seeking->SetPositions(&start, AM_SEEKING_AbsolutePositioning, nullptr, 0), S_OK);
-  ASSERT_TRUE(peer.WaitForEndOfStream(5000));
-  EXPECT_EQ(peer.Flushes(), 1);
-  EXPECT_TRUE(peer.Samples()[1].discontinuity);
-  EXPECT_EQ(m_Filter->Stop(), S_OK);
-  EXPECT_EQ(Pin()->Disconnect(), S_OK);
 }
 
 TEST_F(GraphTest, WithPrefDemuxOneAPlainPeerIsRefusedAndLeavesNoEntry) {
   ASSERT_TRUE(WriteSettingDword("PrefDemux", 1));
-  ASSERT_EQ(m_Filter.Load(Write(GateFile(100, 50))), S_OK);
+  ASSERT_EQ(m_Filter.Load(GateFile(100, {50})), S_OK);
   tsw::CapturePin peer;
   EXPECT_EQ(Pin()->Connect(&peer, nullptr), E_NOINTERFACE);
   EXPECT_FALSE(peer.Connected());
-  const std::wstring path = m_Dir.File("g.ts").wstring();
+  const std::wstring path = m_Filter.Path().wstring();
   for (const auto& name : PlatformRunningObjectNames()) EXPECT_EQ(name.find(path), std::wstring::npos);
 }
 
@@ -194,16 +157,10 @@ TEST_F(GraphTest, WithPrefDemuxOneAPlainPeerIsRefusedAndLeavesNoEntry) {
 class ClockFilter final : public IBaseFilter, public IReferenceClock {
  public:
   STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    if (riid == IID_IUnknown || riid == IID_IBaseFilter || riid == IID_IMediaFilter || riid == IID_IPersist) {
-      *ppv = static_cast<IBaseFilter*>(this);
-    } else if (riid == IID_IReferenceClock) {
-      *ppv = static_cast<IReferenceClock*>(this);
-    } else {
-      *ppv = nullptr;
-      return E_NOINTERFACE;
-    }
-    AddRef();
-    return S_OK;
+    const bool filter = riid == IID_IUnknown || riid == IID_IBaseFilter || riid == IID_IMediaFilter || riid == IID_IPersist;
+    *ppv = filter ? static_cast<void*>(static_cast<IBaseFilter*>(this))
+                  : riid == IID_IReferenceClock ? static_cast<IReferenceClock*>(this) : nullptr;
+    return *ppv != nullptr ? (AddRef(), S_OK) : E_NOINTERFACE;
   }
   STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++m_References); }
   STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--m_References); }
@@ -211,10 +168,7 @@ class ClockFilter final : public IBaseFilter, public IReferenceClock {
   STDMETHODIMP Stop() override { return S_OK; }
   STDMETHODIMP Pause() override { return S_OK; }
   STDMETHODIMP Run(REFERENCE_TIME) override { return S_OK; }
-  STDMETHODIMP GetState(DWORD, FILTER_STATE* state) override {
-    *state = State_Stopped;
-    return S_OK;
-  }
+  STDMETHODIMP GetState(DWORD, FILTER_STATE* state) override { return *state = State_Stopped, S_OK; }
   STDMETHODIMP SetSyncSource(IReferenceClock*) override { return S_OK; }
   STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
   STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
@@ -222,14 +176,10 @@ class ClockFilter final : public IBaseFilter, public IReferenceClock {
   STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
   STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
   STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetTime(REFERENCE_TIME* time) override {
-    *time = 0;
-    return S_OK;
-  }
+  STDMETHODIMP GetTime(REFERENCE_TIME* time) override { return *time = 0, S_OK; }
   STDMETHODIMP AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR*) override { return E_NOTIMPL; }
   STDMETHODIMP AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR*) override { return E_NOTIMPL; }
   STDMETHODIMP Unadvise(DWORD_PTR) override { return E_NOTIMPL; }
-  long References() const { return m_References; }
 
  private:
   std::atomic<long> m_References{0};
@@ -315,11 +265,9 @@ TEST_F(FilterInGraphTest, RunningObjectTableNamesTheGraphAndTheConnectedFilter) 
   };
   EXPECT_TRUE(has(graphName));
 
-  tsw::TempDir dir;
-  const auto path = dir.File("rot.ts");
-  GateFile(100, 50).Write(path);
   CMessageBoxRecorder messages;
-  ASSERT_EQ(m_Filter.Load(path), S_OK);
+  ASSERT_EQ(m_Filter.Load(GateFile(100, {50})), S_OK);
+  const std::string path = m_Filter.Path().string();
   tsw::CapturePin peer;
   ASSERT_EQ(m_Filter->OutputPin()->Connect(&peer, nullptr), S_OK);
   char filterName[512];
@@ -360,13 +308,13 @@ class ModuleTest : public ::testing::Test {
   LPFNCANUNLOADNOW m_CanUnloadNow = nullptr;
 };
 
-// An outer object that counts the references its inner object passes on.
-class CountingOuter final : public IUnknown {
+// An outer object, for the factory's aggregation rule; how an aggregated
+// object counts is the host's own test.
+class Outer final : public IUnknown {
  public:
   STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-  STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++references); }
-  STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--references); }
-  std::atomic<long> references{1};
+  STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+  STDMETHODIMP_(ULONG) Release() override { return 1; }
 };
 
 TEST_F(ModuleTest, FactoryCreatesAggregatesAndTheModuleCountsWhatLives) {
@@ -380,19 +328,14 @@ TEST_F(ModuleTest, FactoryCreatesAggregatesAndTheModuleCountsWhatLives) {
   ASSERT_EQ(m_GetClassObject(CLSID_BrindletSource, IID_IClassFactory, factory.PutVoid()), S_OK);
   EXPECT_EQ(m_CanUnloadNow(), S_FALSE) << "the factory lives";
 
-  CountingOuter outer;
+  Outer outer;
   void* object = nullptr;
   EXPECT_EQ(factory->CreateInstance(&outer, IID_IBaseFilter, &object), E_NOINTERFACE);
   EXPECT_EQ(object, nullptr);
   ASSERT_EQ(factory->CreateInstance(&outer, IID_IUnknown, &object), S_OK);
-  auto* inner = static_cast<IUnknown*>(object);
-  IBaseFilter* filter = nullptr;
-  ASSERT_EQ(inner->QueryInterface(IID_IBaseFilter, reinterpret_cast<void**>(&filter)), S_OK);
-  EXPECT_EQ(outer.references, 2) << "the aggregated face counts on the outer object";
-  filter->Release();
-  EXPECT_EQ(outer.references, 1);
-  inner->Release();
+  static_cast<IUnknown*>(object)->Release();
 
+  IBaseFilter* filter = nullptr;
   ASSERT_EQ(factory->CreateInstance(nullptr, IID_IBaseFilter, reinterpret_cast<void**>(&filter)), S_OK);
   ASSERT_EQ(factory->LockServer(TRUE), S_OK);
   factory.Reset();

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
-#include "host/critical_section.h"
 #include "host/media_sample.h"
 
 namespace {
@@ -108,6 +105,5 @@ TEST(CMediaSample, TimesFlagsAndLengthBounds) {
   EXPECT_EQ(sample->GetActualDataLength(), 188);
   EXPECT_EQ(sample->Release(), 0u);
 }
-
 
 }  // namespace

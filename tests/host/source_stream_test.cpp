@@ -15,15 +15,13 @@ namespace {
 
 constexpr CLSID kTestClsid = MakeGuid(0x7E57A001, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10);
 
-class CCountingStream;
-
 class CTestSource final : public CSource {
  public:
   CTestSource() : CSource("test source", nullptr, kTestClsid) {}
 };
 
 // Hands out `total` samples whose first byte is the sample's number, then
-// ends the stream, or fails with `failure` at sample `failAt`.
+// ends the stream, or fails with `m_Failure` at sample `m_FailAt`.
 class CCountingStream final : public CSourceStream {
  public:
   CCountingStream(HRESULT* result, CTestSource* filter, int total)
@@ -51,32 +49,16 @@ class CCountingStream final : public CSourceStream {
     data[0] = static_cast<BYTE>(n);
     return S_OK;
   }
-  HRESULT OnThreadCreate() override {
-    ++m_Created;
-    return S_OK;
-  }
-  HRESULT OnThreadDestroy() override {
-    ++m_Destroyed;
-    return S_OK;
-  }
-  HRESULT OnThreadStartPlay() override {
-    ++m_Started;
-    return S_OK;
-  }
+  HRESULT OnThreadCreate() override { ++m_Created; return S_OK; }
+  HRESULT OnThreadDestroy() override { ++m_Destroyed; return S_OK; }
+  HRESULT OnThreadStartPlay() override { ++m_Started; return S_OK; }
 
-  void FailAt(int n, HRESULT failure) {
-    m_FailAt = n;
-    m_Failure = failure;
-  }
-  std::atomic<int> m_Next{0};
-  std::atomic<int> m_Created{0};
-  std::atomic<int> m_Destroyed{0};
-  std::atomic<int> m_Started{0};
+  std::atomic<int> m_Next{0}, m_Created{0}, m_Destroyed{0}, m_Started{0};
+  int m_FailAt = -1;  // set before the worker starts
+  HRESULT m_Failure = S_OK;
 
  private:
   int m_Total;
-  int m_FailAt = -1;
-  HRESULT m_Failure = S_OK;
 };
 
 class SourceStreamTest : public ::testing::Test {
@@ -106,17 +88,14 @@ class SourceStreamTest : public ::testing::Test {
   CCountingStream* stream = nullptr;
 };
 
-TEST_F(SourceStreamTest, UnconnectedPinPausesAndRunsWithNoThread) {
-  Make(10);
+TEST_F(SourceStreamTest, DeliversEverySampleThenOneEndOfStreamOnceConnected) {
+  Make(500);
   EXPECT_EQ(filter->Pause(), S_OK);
   EXPECT_EQ(filter->Run(0), S_OK);
   EXPECT_FALSE(stream->ThreadExists());
   EXPECT_EQ(stream->m_Next, 0) << "nothing was filled";
   EXPECT_EQ(filter->Stop(), S_OK);
-}
 
-TEST_F(SourceStreamTest, DeliversEverySampleThenOneEndOfStream) {
-  Make(500);
   Connect();
   ASSERT_EQ(filter->Pause(), S_OK);
   ASSERT_TRUE(peer.WaitForEndOfStream(5000));
@@ -135,7 +114,8 @@ TEST_F(SourceStreamTest, DeliversEverySampleThenOneEndOfStream) {
 
 TEST_F(SourceStreamTest, FillFailureEndsTheStreamAndTellsTheGraph) {
   Make(100);
-  stream->FailAt(10, E_OUTOFMEMORY);
+  stream->m_FailAt = 10;
+  stream->m_Failure = E_OUTOFMEMORY;
   Connect();
   ASSERT_EQ(filter->Pause(), S_OK);
   ASSERT_TRUE(peer.WaitForEndOfStream(5000));

@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "platform/com_memory.h"
 #include "platform/unknwn.h"
 
 namespace {
@@ -89,22 +88,6 @@ TEST(ComPtr, OutParametersReleaseWhatWasHeld) {
   EXPECT_EQ(second.QueryInterface(GUID_NULL, refused.PutVoid()), E_NOINTERFACE);
   EXPECT_FALSE(refused);
   EXPECT_EQ(second.refs, 2u);
-}
-
-TEST(ComMemory, InjectedFailuresAreCountedDown) {
-  PlatformFailNextAllocations(2);
-  EXPECT_EQ(CoTaskMemAlloc(16), nullptr);
-  EXPECT_EQ(CoTaskMemAlloc(16), nullptr);
-  void* p = CoTaskMemAlloc(16);
-  EXPECT_NE(p, nullptr);
-  CoTaskMemFree(p);
-
-  PlatformFailNextAllocations(5);
-  PlatformFailNextAllocations(0);  // cancels
-  p = CoTaskMemAlloc(0);
-  EXPECT_NE(p, nullptr);  // zero bytes is still a pointer the caller frees
-  CoTaskMemFree(p);
-  CoTaskMemFree(nullptr);
 }
 
 }  // namespace

@@ -1,14 +1,10 @@
 #include "platform/objbase.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <climits>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <thread>
 
 #include "platform/control.h"
 #include "platform/files.h"
@@ -16,6 +12,7 @@
 #include "platform/sink_filters.h"
 #include "platform/strmif.h"
 #include "tests/platform/test_module.h"
+#include "tests/support/scoped_registry.h"
 
 namespace {
 
@@ -25,24 +22,6 @@ constexpr CLSID kUnknownClass =
 std::string RealPath(const std::string& path) {
   std::error_code error;
   return std::filesystem::canonical(path, error).string();
-}
-
-TEST(CoCreateInstance, MakesThePlatformsClasses) {
-  const struct {
-    CLSID clsid;
-    IID iid;
-  } cases[] = {
-      {CLSID_FilterGraph, IID_IGraphBuilder},        {CLSID_FilterGraph, IID_IMediaControl},
-      {CLSID_SystemClock, IID_IReferenceClock},      {CLSID_NullRenderer, IID_IBaseFilter},
-      {CLSID_StreamFileWriter, IID_IFileSinkFilter},
-  };
-  for (const auto& c : cases) {
-    ComPtr<IUnknown> object;
-    EXPECT_EQ(CoCreateInstance(c.clsid, nullptr, CLSCTX_INPROC_SERVER, c.iid, object.PutVoid()),
-              S_OK)
-        << GuidToString(c.clsid);
-    EXPECT_TRUE(object);
-  }
 }
 
 TEST(CoCreateInstance, RefusalsLeaveNoObject) {
@@ -67,27 +46,6 @@ TEST(CoCreateInstance, RefusalsLeaveNoObject) {
   EXPECT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_ALL, IID_IUnknown, nullptr),
             E_INVALIDARG);
 }
-
-// Counts creations, so a test can see which factory answered.
-class CCountingFactory final : public IClassFactory {
- public:
-  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    *ppv = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr;
-    if (*ppv == nullptr) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  STDMETHODIMP_(ULONG) AddRef() override { return ++refs; }
-  STDMETHODIMP_(ULONG) Release() override { return --refs; }
-  STDMETHODIMP CreateInstance(IUnknown*, REFIID, void** ppv) override {
-    ++created;
-    *ppv = nullptr;
-    return E_OUTOFMEMORY;
-  }
-  STDMETHODIMP LockServer(BOOL) override { return S_OK; }
-  ULONG refs = 0;
-  int created = 0;
-};
 
 // The module is loaded once per process, so the tests below share it and
 // check DllMain's count as it must stand whatever ran before.
@@ -143,23 +101,6 @@ TEST_F(TestModule, CanUnloadNowIsAskedAndModuleStays) {
 
 class RegistryDir : public TestModule {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/brindlet-com-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern), nullptr);
-    m_Dir = pattern;
-    const char* old = std::getenv("BRINDLET_REGISTRY_DIR");
-    m_HadOld = old != nullptr;
-    if (m_HadOld) m_Old = old;
-    ::setenv("BRINDLET_REGISTRY_DIR", m_Dir.c_str(), 1);
-  }
-  void TearDown() override {
-    if (m_HadOld) {
-      ::setenv("BRINDLET_REGISTRY_DIR", m_Old.c_str(), 1);
-    } else {
-      ::unsetenv("BRINDLET_REGISTRY_DIR");
-    }
-    std::filesystem::remove_all(m_Dir);
-  }
   static void RegisterServer(REFCLSID clsid, const std::string& path) {
     HKEY key = nullptr;
     const std::string subKey = "CLSID\\" + GuidToString(clsid) + "\\InprocServer32";
@@ -171,9 +112,7 @@ class RegistryDir : public TestModule {
               ERROR_SUCCESS);
     RegCloseKey(key);
   }
-  std::string m_Dir;
-  std::string m_Old;
-  bool m_HadOld = false;
+  tsw::ScopedRegistry m_Registry;
 };
 
 TEST_F(RegistryDir, LoadsThroughInprocServer32UnderAnotherPathOnce) {
@@ -192,7 +131,7 @@ TEST_F(RegistryDir, LoadsThroughInprocServer32UnderAnotherPathOnce) {
 }
 
 TEST_F(RegistryDir, ModulesThatCannotServeSayWhy) {
-  const std::string missing = m_Dir + "/absent.so";
+  const std::string missing = (m_Registry.Path() / "absent.so").string();
   RegisterServer(kUnknownClass, missing);
   HRESULT hr = S_OK;
   EXPECT_FALSE(Create(kUnknownClass, &hr));

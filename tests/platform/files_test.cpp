@@ -1,28 +1,17 @@
 #include "platform/files.h"
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <string>
+
+#include "tests/support/ts_writer.h"
 
 namespace {
 
 class FilesTest : public testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/brindlet-files-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override {
-    if (!dir_.empty()) std::filesystem::remove_all(dir_);
-  }
-
   std::string PathOf(const std::string& name) const { return dir_ + "/" + name; }
 
   std::string MakeFile(const std::string& name, const std::string& content) const {
@@ -44,7 +33,8 @@ class FilesTest : public testing::Test {
     return buffer;
   }
 
-  std::string dir_;
+  tsw::TempDir temp_;
+  const std::string dir_ = temp_.Path().string();
 };
 
 TEST_F(FilesTest, OpenFailuresMapToPlatformErrors) {
@@ -78,9 +68,13 @@ TEST_F(FilesTest, OpenFailuresMapToPlatformErrors) {
   EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
-TEST_F(FilesTest, ReadsStopAtEndOfFileWithoutFailing) {
-  HANDLE h = OpenForRead(MakeFile("ten", "0123456789"));
+// Reads stop at the end without failing, and the end moves on as another
+// writer appends.
+TEST_F(FilesTest, ReadsStopAtTheEndThatFollowsAnotherWriter) {
+  const std::string path = MakeFile("ten", "0123456789");
+  HANDLE h = OpenForRead(path);
   ASSERT_NE(h, INVALID_HANDLE_VALUE);
+  EXPECT_EQ(GetFileSize(h, nullptr), 10u);
   EXPECT_EQ(ReadString(h, 4), "0123");
   EXPECT_EQ(ReadString(h, 10), "456789");  // short read at the end
   EXPECT_EQ(ReadString(h, 10), "");        // at the end
@@ -91,6 +85,12 @@ TEST_F(FilesTest, ReadsStopAtEndOfFileWithoutFailing) {
   EXPECT_EQ(ReadString(h, 10), "");
   EXPECT_EQ(SetFilePointer(h, -3, nullptr, FILE_END), 7u);
   EXPECT_EQ(ReadString(h, 10), "789");
+
+  std::ofstream(path, std::ios::binary | std::ios::app) << "abcdefghij";
+  DWORD high = 0xDEAD;
+  EXPECT_EQ(GetFileSize(h, &high), 20u);
+  EXPECT_EQ(high, 0u);
+  EXPECT_EQ(ReadString(h, 100), "abcdefghij");  // the same handle reads on
 
   DWORD count = 1;
   char byte = 0;
@@ -141,21 +141,6 @@ TEST_F(FilesTest, SixtyFourBitPositionsOnASparseFile) {
   SetLastError(ERROR_SUCCESS);
   EXPECT_EQ(SetFilePointer(h, 0, nullptr, FILE_END), INVALID_SET_FILE_POINTER);
   EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-  CloseHandle(h);
-}
-
-TEST_F(FilesTest, SizeFollowsAnotherWriter) {
-  const std::string path = MakeFile("growing", "0123456789");
-  HANDLE h = OpenForRead(path);
-  ASSERT_NE(h, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetFileSize(h, nullptr), 10u);
-  EXPECT_EQ(ReadString(h, 100), "0123456789");
-
-  std::ofstream(path, std::ios::binary | std::ios::app) << "abcdefghij";
-  DWORD high = 0xDEAD;
-  EXPECT_EQ(GetFileSize(h, &high), 20u);
-  EXPECT_EQ(high, 0u);
-  EXPECT_EQ(ReadString(h, 100), "abcdefghij");  // the same handle reads on
   CloseHandle(h);
 }
 

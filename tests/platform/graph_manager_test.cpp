@@ -1,12 +1,6 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -23,9 +17,7 @@ using std::chrono::steady_clock;
 class GraphTest : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
-                               m_Graph.PutVoid()),
-              S_OK);
+    m_Graph = Create<IGraphBuilder>(CLSID_FilterGraph, IID_IGraphBuilder);
     m_Control = QueryAs<IMediaControl>(m_Graph.Get(), IID_IMediaControl);
     m_Event = QueryAs<IMediaEvent>(m_Graph.Get(), IID_IMediaEvent);
   }
@@ -37,23 +29,13 @@ class GraphTest : public testing::Test {
   }
 
   ComPtr<IBaseFilter> AddSink(REFCLSID clsid, LPCWSTR name = L"Sink") {
-    ComPtr<IBaseFilter> sink;
-    EXPECT_EQ(
-        CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, sink.PutVoid()),
-        S_OK);
+    ComPtr<IBaseFilter> sink = Create(clsid);
     EXPECT_TRUE(SUCCEEDED(m_Graph->AddFilter(sink.Get(), name)));
     return sink;
   }
 
   void Connect(CTestSource* source, IBaseFilter* sink) {
     ASSERT_EQ(m_Graph->ConnectDirect(source->OutputPin(), InputPinOf(sink).Get(), nullptr), S_OK);
-  }
-
-  std::wstring NameOf(IBaseFilter* filter) {
-    FILTER_INFO info{};
-    EXPECT_EQ(filter->QueryFilterInfo(&info), S_OK);
-    if (info.pGraph != nullptr) info.pGraph->Release();
-    return info.achName;
   }
 
   ComPtr<IGraphBuilder> m_Graph;
@@ -106,20 +88,13 @@ TEST_F(GraphTest, ReleasingTheGraphStopsAndLetsGo) {
   EXPECT_EQ(source->References(), 1u);
 }
 
-TEST_F(GraphTest, RunsToCompletionIntoTheFileWriter) {
-  char pattern[] = "/tmp/brindlet-writer-XXXXXX";
-  const int fd = ::mkstemp(pattern);
-  ASSERT_GE(fd, 0);
-  ::close(fd);
-  const std::wstring path(pattern, pattern + std::strlen(pattern));
-
+// What the source sends arriving whole is the file writer's test; here the
+// order of the states and the counts of what came.
+TEST_F(GraphTest, RunsToCompletionRenderersFirst) {
   constexpr int kSamples = 50;
-  ComPtr<CTestSource> source = AddSource({.samples = kSamples, .duration = 4000});
-  const ComPtr<IBaseFilter> writer = AddSink(CLSID_StreamFileWriter, L"Writer");
-  ASSERT_EQ(QueryAs<IFileSinkFilter>(writer.Get(), IID_IFileSinkFilter)
-                ->SetFileName(path.c_str(), nullptr),
-            S_OK);
-  Connect(source.Get(), writer.Get());
+  ComPtr<CTestSource> source = AddSource({.samples = kSamples});
+  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  Connect(source.Get(), sink.Get());
 
   ASSERT_EQ(m_Control->Run(), S_OK);
   LONG code = 0;
@@ -129,25 +104,15 @@ TEST_F(GraphTest, RunsToCompletionIntoTheFileWriter) {
   ASSERT_EQ(m_Control->Stop(), S_OK);
   EXPECT_EQ(source->PeerStateAtStop(), State_Stopped) << "the renderer stops first";
 
-  std::ifstream file(pattern, std::ios::binary);
-  const std::vector<char> bytes((std::istreambuf_iterator<char>(file)), {});
-  ASSERT_EQ(bytes.size(), static_cast<std::size_t>(kSamples * 188));
-  for (int n = 0; n < kSamples; ++n) {
-    for (int i = 0; i < 188; ++i) {
-      ASSERT_EQ(static_cast<BYTE>(bytes[static_cast<std::size_t>(n * 188 + i)]),
-                TestSampleByte(n, i));
-    }
-  }
   LONGLONG samples = 0, total = 0;
   LONG endOfStreams = 0, discontinuities = 0, segments = 0;
-  QueryAs<IStreamSinkControl>(writer.Get(), IID_IStreamSinkControl)
+  QueryAs<IStreamSinkControl>(sink.Get(), IID_IStreamSinkControl)
       ->GetCounts(&samples, &total, &endOfStreams, &discontinuities, &segments);
   EXPECT_EQ(samples, kSamples);
   EXPECT_EQ(total, kSamples * 188);
   EXPECT_EQ(endOfStreams, 1);
   EXPECT_EQ(discontinuities, 1);
   EXPECT_EQ(segments, 1);
-  ::unlink(pattern);
 }
 
 TEST_F(GraphTest, CompletionWaitsForEveryRendererAndStopForgetsIt) {
@@ -250,10 +215,7 @@ TEST_F(GraphTest, AFilterMayChooseTheClockFromInsideSetSyncSource) {
   ComPtr<CTestSource> chooser = AddSource({.chooseOwnClock = true}, L"Chooser");
   const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
   ComPtr<CTestSource> withClock = AddSource({.offerClock = true}, L"Clock");
-  ComPtr<IReferenceClock> system;
-  ASSERT_EQ(CoCreateInstance(CLSID_SystemClock, nullptr, CLSCTX_INPROC_SERVER, IID_IReferenceClock,
-                             system.PutVoid()),
-            S_OK);
+  const auto system = Create<IReferenceClock>(CLSID_SystemClock, IID_IReferenceClock);
   const ComPtr<IMediaFilter> graph = QueryAs<IMediaFilter>(m_Graph.Get(), IID_IMediaFilter);
   ASSERT_EQ(graph->SetSyncSource(system.Get()), S_OK);
 
@@ -265,17 +227,6 @@ TEST_F(GraphTest, AFilterMayChooseTheClockFromInsideSetSyncSource) {
   EXPECT_EQ(withClock->Clock().Get(), chosen);
   sink->GetSyncSource(clock.PutAddress());
   EXPECT_EQ(clock.Get(), chosen) << "the outer SetSyncSource must not hand out the old clock";
-}
-
-TEST_F(GraphTest, SeekingGoesToTheFirstFilterThatHasIt) {
-  const ComPtr<IMediaSeeking> seeking = QueryAs<IMediaSeeking>(m_Graph.Get(), IID_IMediaSeeking);
-  LONGLONG duration = 0;
-  EXPECT_EQ(seeking->GetDuration(&duration), E_NOTIMPL);
-  AddSource({}, L"None");
-  AddSource({.offerSeeking = true, .duration = 111}, L"First");
-  AddSource({.offerSeeking = true, .duration = 222}, L"Second");
-  EXPECT_EQ(seeking->GetDuration(&duration), S_OK);
-  EXPECT_EQ(duration, 111);
 }
 
 }  // namespace

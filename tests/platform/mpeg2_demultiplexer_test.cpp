@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <map>
 #include <string>
@@ -19,26 +19,14 @@
 #include "platform/memory_sample.h"
 #include "platform/objbase.h"
 #include "platform/sink_filters.h"
+#include "tests/platform/pes_packets.h"
 #include "tests/platform/test_push_source.h"
 #include "tests/support/capture_pin.h"
-#include "tests/support/process.h"
-#include "tests/support/ts_writer.h"
+#include "tests/support/ts_reader.h"
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-ComPtr<IBaseFilter> NewFilter(REFCLSID clsid) {
-  ComPtr<IBaseFilter> filter;
-  EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                             filter.PutVoid()),
-            S_OK);
-  return filter;
-}
-
-AM_MEDIA_TYPE TypeOf(REFGUID major, REFGUID sub) {
-  return AM_MEDIA_TYPE{major, sub, TRUE, FALSE, 0, GUID_NULL, nullptr, 0, nullptr};
-}
+using namespace pes_packets;
 
 ComPtr<IPin> MakePin(IBaseFilter* demux, const wchar_t* name, REFGUID major, REFGUID sub) {
   const auto control = QueryAs<IMpeg2Demultiplexer>(demux, IID_IMpeg2Demultiplexer);
@@ -70,51 +58,13 @@ std::wstring NameOf(IPin* pin) {
   return info.achName;
 }
 
-// ---- Stream building ----
-
-Bytes Pes(std::uint8_t streamId, const Bytes& payload, std::uint64_t pts, bool bounded) {
-  const auto stamp = tsw::EncodePts(pts);
-  const std::size_t length = 3 + stamp.size() + payload.size();
-  Bytes pes = {0x00, 0x00, 0x01, streamId,
-               static_cast<std::uint8_t>(bounded ? length >> 8 : 0),
-               static_cast<std::uint8_t>(bounded ? length & 0xFF : 0), 0x80, 0x80, 0x05};
-  pes.insert(pes.end(), stamp.begin(), stamp.end());
-  pes.insert(pes.end(), payload.begin(), payload.end());
-  return pes;
-}
-
-Bytes Pattern(std::size_t size, std::uint8_t seed) {
-  Bytes bytes(size);
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(seed * 31 + i * 7);
-  return bytes;
-}
-
-// Transport packets for several PIDs; each PES's last packet is filled up
-// by adaptation stuffing, so no byte follows it in the payload.
+// Transport packets for several PIDs, each PES ending with its packet.
 class Stream {
  public:
   void AddPes(std::uint16_t pid, const Bytes& pes) {
-    std::size_t at = 0;
-    while (at < pes.size()) {
-      const std::size_t n = std::min<std::size_t>(184, pes.size() - at);
-      tsw::Packet p;
-      p.fill(0xFF);
-      p[0] = 0x47;
-      p[1] = static_cast<std::uint8_t>((at == 0 ? 0x40 : 0) | (pid >> 8));
-      p[2] = static_cast<std::uint8_t>(pid);
-      std::size_t start = 4;
-      if (n < 184) {
-        p[3] = static_cast<std::uint8_t>(0x30 | (m_Cc[pid]++ & 0x0F));
-        p[4] = static_cast<std::uint8_t>(183 - n);
-        if (n < 183) p[5] = 0x00;
-        start = 188 - n;
-      } else {
-        p[3] = static_cast<std::uint8_t>(0x10 | (m_Cc[pid]++ & 0x0F));
-      }
-      std::copy_n(pes.begin() + static_cast<std::ptrdiff_t>(at), n, p.begin() + start);
+    for (const tsw::Packet& p : Packetize(pid, pes, m_Cc[pid])) {
       m_Bytes.insert(m_Bytes.end(), p.begin(), p.end());
       m_Packets[pid].insert(m_Packets[pid].end(), p.begin(), p.end());
-      at += n;
     }
   }
   void AddJunk(std::size_t n) { m_Bytes.insert(m_Bytes.end(), n, 0x5A); }
@@ -129,15 +79,10 @@ class Stream {
   std::map<std::uint16_t, Bytes> m_Packets;
 };
 
-Bytes ReadFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // ---- The filter and its pins ----
 
 TEST(DemuxFilter, InputPinTakesTransportStreamsAndProposesNothing) {
-  const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
+  const ComPtr<IBaseFilter> demux = Create(CLSID_MPEG2Demultiplexer);
   ComPtr<IPin> in;
   ASSERT_EQ(demux->FindPin(L"MPEG-2 Stream", in.PutAddress()), S_OK);
   ComPtr<IEnumMediaTypes> types;
@@ -150,21 +95,16 @@ TEST(DemuxFilter, InputPinTakesTransportStreamsAndProposesNothing) {
   const AM_MEDIA_TYPE video = TypeOf(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
   EXPECT_EQ(in->QueryAccept(&transport), S_OK);
   EXPECT_EQ(in->QueryAccept(&video), S_FALSE);
-  const auto memory = QueryAs<IMemInputPin>(in.Get(), IID_IMemInputPin);
   IMemAllocator* allocator = reinterpret_cast<IMemAllocator*>(0x1);
-  EXPECT_EQ(memory->GetAllocator(&allocator), VFW_E_NO_ALLOCATOR);
+  EXPECT_EQ(QueryAs<IMemInputPin>(in.Get(), IID_IMemInputPin)->GetAllocator(&allocator),
+            VFW_E_NO_ALLOCATOR);
   EXPECT_EQ(allocator, nullptr);
-  EXPECT_EQ(memory->ReceiveCanBlock(), S_OK);
-
   ComPtr<CTestSource> source(new CTestSource({.pushes = false}));
   EXPECT_EQ(source->OutputPin()->Connect(in.Get(), &video), VFW_E_TYPE_NOT_ACCEPTED);
-  EXPECT_EQ(source->OutputPin()->Connect(in.Get(), nullptr), S_OK);
-  source->OutputPin()->Disconnect();
-  EXPECT_EQ(in->Disconnect(), S_OK);
 }
 
 TEST(DemuxFilter, OutputPinsByNameStayAndRefuseTakenNames) {
-  const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
+  const ComPtr<IBaseFilter> demux = Create(CLSID_MPEG2Demultiplexer);
   const auto control = QueryAs<IMpeg2Demultiplexer>(demux.Get(), IID_IMpeg2Demultiplexer);
   MakePin(demux.Get(), L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);  // released at once
   MakePin(demux.Get(), L"Audio", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
@@ -182,12 +122,6 @@ TEST(DemuxFilter, OutputPinsByNameStayAndRefuseTakenNames) {
   EXPECT_EQ(control->CreateOutputPin(&type, const_cast<LPWSTR>(L"Video"), again.PutAddress()),
             VFW_E_DUPLICATE_NAME);
   EXPECT_EQ(again.Get(), video.Get());
-  PIN_DIRECTION direction = PINDIR_INPUT;
-  video->QueryDirection(&direction);
-  EXPECT_EQ(direction, PINDIR_OUTPUT);
-  ComPtr<IPin> none;
-  EXPECT_EQ(demux->FindPin(L"AC3", none.PutAddress()), VFW_E_NOT_FOUND);
-  EXPECT_FALSE(none);
 
   std::vector<std::wstring> names;
   for (const ComPtr<IPin>& pin : platform_internal::PinsOf(demux.Get())) {
@@ -208,7 +142,9 @@ TEST(DemuxFilter, OutputPinsByNameStayAndRefuseTakenNames) {
   EXPECT_EQ(control->SetOutputPinMediaType(const_cast<LPWSTR>(L"Video"), &audio), S_OK);
   EXPECT_EQ(video->QueryAccept(&audio), S_OK);
   EXPECT_EQ(control->DeleteOutputPin(const_cast<LPWSTR>(L"Video")), S_OK);
+  ComPtr<IPin> none;
   EXPECT_EQ(demux->FindPin(L"Video", none.PutAddress()), VFW_E_NOT_FOUND);
+  EXPECT_FALSE(none);
   EXPECT_EQ(control->DeleteOutputPin(const_cast<LPWSTR>(L"Video")), VFW_E_NOT_FOUND);
   // The name is free again; the old pointer still answers.
   MakePin(demux.Get(), L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
@@ -224,7 +160,7 @@ TEST(DemuxFilter, OutputPinsByNameStayAndRefuseTakenNames) {
 }
 
 TEST(DemuxFilter, PidMapsMoveBetweenPins) {
-  const ComPtr<IBaseFilter> demux = NewFilter(CLSID_MPEG2Demultiplexer);
+  const ComPtr<IBaseFilter> demux = Create(CLSID_MPEG2Demultiplexer);
   const ComPtr<IPin> a = MakePin(demux.Get(), L"A", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
   const ComPtr<IPin> b = MakePin(demux.Get(), L"B", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
   EXPECT_EQ(Map(a.Get(), {0x100, 0x101}, MEDIA_ELEMENTARY_STREAM), S_OK);
@@ -274,10 +210,8 @@ TEST(DemuxFilter, PidMapsMoveBetweenPins) {
 class DemuxInGraph : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
-                               m_Graph.PutVoid()),
-              S_OK);
-    m_Demux = NewFilter(CLSID_MPEG2Demultiplexer);
+    m_Graph = Create<IGraphBuilder>(CLSID_FilterGraph, IID_IGraphBuilder);
+    m_Demux = Create(CLSID_MPEG2Demultiplexer);
     ASSERT_EQ(m_Graph->AddFilter(m_Demux.Get(), L"Demux"), S_OK);
     m_Source = ComPtr<CTestSource>(new CTestSource({.pushes = false}));
     ASSERT_EQ(m_Graph->AddFilter(m_Source.Get(), L"Source"), S_OK);
@@ -296,7 +230,7 @@ class DemuxInGraph : public testing::Test {
   ComPtr<IPin> AddWriter(const wchar_t* name, REFGUID major, REFGUID sub,
                          const std::filesystem::path& file) {
     ComPtr<IPin> pin = MakePin(m_Demux.Get(), name, major, sub);
-    const ComPtr<IBaseFilter> writer = NewFilter(CLSID_StreamFileWriter);
+    const ComPtr<IBaseFilter> writer = Create(CLSID_StreamFileWriter);
     QueryAs<IStreamSinkControl>(writer.Get(), IID_IStreamSinkControl)->SetAcceptAnyType(TRUE);
     QueryAs<IFileSinkFilter>(writer.Get(), IID_IFileSinkFilter)
         ->SetFileName(file.wstring().c_str(), nullptr);
@@ -335,9 +269,10 @@ TEST_F(DemuxInGraph, WritesEachPidsPayloadsInAnyChunking) {
   for (int i = 0; i < 40; ++i) {
     const Bytes frame = Pattern(static_cast<std::size_t>(500 + i * 97), static_cast<std::uint8_t>(i));
     const Bytes sound = Pattern(static_cast<std::size_t>(300 + i), static_cast<std::uint8_t>(i + 100));
-    stream.AddPes(0x100, Pes(0xE0, frame, 90000 + 3600 * static_cast<std::uint64_t>(i), false));
-    stream.AddPes(0x101, Pes(0xC0, sound, 90000 + 2160 * static_cast<std::uint64_t>(i), true));
-    stream.AddPes(0x102, Pes(0xC1, sound, 1, true));  // mapped nowhere
+    stream.AddPes(0x100, Pes(0xE0, frame, 90000 + 3600 * static_cast<std::uint64_t>(i),
+                             std::nullopt, false));
+    stream.AddPes(0x101, Pes(0xC0, sound, 90000 + 2160 * static_cast<std::uint64_t>(i)));
+    stream.AddPes(0x102, Pes(0xC1, sound, 1));  // mapped nowhere
     if (i % 7 == 3) stream.AddJunk(61);             // lost sync
     video.insert(video.end(), frame.begin(), frame.end());
     audio.insert(audio.end(), sound.begin(), sound.end());
@@ -361,9 +296,9 @@ TEST_F(DemuxInGraph, WritesEachPidsPayloadsInAnyChunking) {
     SendInChunks(stream.Data(), chunk);
     EXPECT_EQ(m_In->EndOfStream(), S_OK);
     ASSERT_EQ(m_Control->Stop(), S_OK);
-    EXPECT_EQ(ReadFile(dir.File("v.m2v")), video) << "chunk " << chunk;
-    EXPECT_EQ(ReadFile(dir.File("a.mpa")), audio) << "chunk " << chunk;
-    EXPECT_EQ(ReadFile(dir.File("p.ts")), stream.PacketsOf(0x102)) << "chunk " << chunk;
+    EXPECT_EQ(tsw::ReadAll(dir.File("v.m2v")), video) << "chunk " << chunk;
+    EXPECT_EQ(tsw::ReadAll(dir.File("a.mpa")), audio) << "chunk " << chunk;
+    EXPECT_EQ(tsw::ReadAll(dir.File("p.ts")), stream.PacketsOf(0x102)) << "chunk " << chunk;
   }
 }
 
@@ -383,8 +318,8 @@ class DemuxToCapture : public DemuxInGraph {
     m_Capture.Disconnect();
     DemuxInGraph::TearDown();
   }
-  void SendPes(std::uint64_t pts, const Bytes& payload, bool bounded = true) {
-    m_Stream.AddPes(0x100, Pes(0xE0, payload, pts, bounded));
+  void SendPes(std::uint64_t pts, const Bytes& payload) {
+    m_Stream.AddPes(0x100, Pes(0xE0, payload, pts));
     ASSERT_EQ(Send(m_Stream.Take()), S_OK);
   }
 
@@ -425,7 +360,7 @@ TEST_F(DemuxToCapture, TimesCountFromTheFirstPtsOfTheSegment) {
 }
 
 TEST_F(DemuxToCapture, FlushDropsThePartialPesAndMarksTheNext) {
-  m_Stream.AddPes(0x100, Pes(0xE0, Pattern(2000, 5), 100, true));
+  m_Stream.AddPes(0x100, Pes(0xE0, Pattern(2000, 5), 100));
   const Bytes data = m_Stream.Take();
   ASSERT_EQ(Send(std::span<const std::uint8_t>(data).first(188 * 3)), S_OK);
   EXPECT_EQ(m_In->BeginFlush(), S_OK);
@@ -446,8 +381,8 @@ TEST_F(DemuxToCapture, FlushDropsThePartialPesAndMarksTheNext) {
 TEST_F(DemuxToCapture, MapChangesBesideTheStreamAndStopEndsIt) {
   Stream stream;
   for (int i = 0; i < 20; ++i) {
-    stream.AddPes(0x100, Pes(0xE0, Pattern(700, 1), 100 + static_cast<std::uint64_t>(i), true));
-    stream.AddPes(0x101, Pes(0xE0, Pattern(700, 2), 100 + static_cast<std::uint64_t>(i), true));
+    stream.AddPes(0x100, Pes(0xE0, Pattern(700, 1), 100 + static_cast<std::uint64_t>(i)));
+    stream.AddPes(0x101, Pes(0xE0, Pattern(700, 2), 100 + static_cast<std::uint64_t>(i)));
   }
   std::atomic<bool> refused{false};
   std::thread upstream([&] {
@@ -455,6 +390,12 @@ TEST_F(DemuxToCapture, MapChangesBesideTheStreamAndStopEndsIt) {
     }
     refused = true;
   });
+  // The map changes start once delivery has, or on a busy machine they may
+  // all be over before the upstream thread runs.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (m_Capture.SampleCount() == 0 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+  }
   for (int i = 0; i < 200; ++i) {
     EXPECT_EQ(Map(m_Pin.Get(), {i % 2 == 0 ? 0x101u : 0x100u}, MEDIA_ELEMENTARY_STREAM), S_OK);
     MapOf(m_Pin.Get());
@@ -464,48 +405,6 @@ TEST_F(DemuxToCapture, MapChangesBesideTheStreamAndStopEndsIt) {
   upstream.join();
   EXPECT_TRUE(refused);
   EXPECT_GT(m_Capture.SampleCount(), 0u);
-}
-
-// ---- A real file ----
-
-TEST_F(DemuxInGraph, MatchesFfmpegOnARealFile) {
-  if (!tsw::OnPath("ffmpeg")) GTEST_SKIP() << "ffmpeg is not on PATH";
-  tsw::TempDir dir;
-  const std::string ts = dir.File("x.ts").string();
-  const std::string quiet = "ffmpeg -nostdin -hide_banner -loglevel error -y ";
-  ASSERT_EQ(tsw::Shell(quiet +
-                       "-f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i sine -t 2 "
-                       "-c:v mpeg2video -c:a mp2 -f mpegts " + ts)
-                .status,
-            0);
-  ASSERT_EQ(tsw::Shell(quiet + "-i " + ts + " -map 0:v:0 -c copy -f mpeg2video " +
-                       dir.File("ref.m2v").string())
-                .status,
-            0);
-  ASSERT_EQ(tsw::Shell(quiet + "-i " + ts + " -map 0:a:0 -c copy -f mp2 " +
-                       dir.File("ref.mp2").string())
-                .status,
-            0);
-
-  const ComPtr<IPin> v = AddWriter(L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO,
-                                   dir.File("v.m2v"));
-  const ComPtr<IPin> a = AddWriter(L"Audio", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3,
-                                   dir.File("a.mp2"));
-  ASSERT_EQ(Map(v.Get(), {0x100}, MEDIA_ELEMENTARY_STREAM), S_OK);
-  ASSERT_EQ(Map(a.Get(), {0x101}, MEDIA_ELEMENTARY_STREAM), S_OK);
-  ASSERT_EQ(m_Control->Run(), S_OK);
-  SendInChunks(ReadFile(ts), 188 * 50);
-  EXPECT_EQ(m_In->EndOfStream(), S_OK);
-  ASSERT_EQ(m_Control->Stop(), S_OK);
-
-  const Bytes video = ReadFile(dir.File("v.m2v"));
-  const Bytes refVideo = ReadFile(dir.File("ref.m2v"));
-  ASSERT_FALSE(refVideo.empty());
-  EXPECT_EQ(video, refVideo);
-  const Bytes audio = ReadFile(dir.File("a.mp2"));
-  const Bytes refAudio = ReadFile(dir.File("ref.mp2"));
-  ASSERT_FALSE(refAudio.empty());
-  EXPECT_EQ(audio, refAudio);
 }
 
 }  // namespace

@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <memory>
 #include <random>
 #include <vector>
 
-#include "tests/support/ts_writer.h"
+#include "tests/platform/pes_packets.h"
 
 namespace {
 
@@ -17,83 +16,9 @@ using platform_internal::kTsPacketSize;
 using platform_internal::ParseTsPacket;
 using platform_internal::PesPacket;
 using platform_internal::TsPacket;
-using Bytes = std::vector<std::uint8_t>;
+using namespace pes_packets;
 
 constexpr std::uint16_t kPid = 0x100;
-
-// A PES with the optional header: PTS and DTS when given.
-Bytes Pes(std::uint8_t streamId, const Bytes& payload, std::optional<std::uint64_t> pts,
-          std::optional<std::uint64_t> dts = std::nullopt, bool bounded = true) {
-  Bytes header;
-  if (pts) {
-    const auto p = tsw::EncodePts(*pts, dts ? 0x3 : 0x2);
-    header.insert(header.end(), p.begin(), p.end());
-  }
-  if (dts) {
-    const auto d = tsw::EncodePts(*dts, 0x1);
-    header.insert(header.end(), d.begin(), d.end());
-  }
-  const std::size_t length = 3 + header.size() + payload.size();
-  Bytes pes = {0x00, 0x00, 0x01, streamId,
-               static_cast<std::uint8_t>(bounded ? length >> 8 : 0),
-               static_cast<std::uint8_t>(bounded ? length & 0xFF : 0), 0x80,
-               static_cast<std::uint8_t>(pts ? (dts ? 0xC0 : 0x80) : 0x00),
-               static_cast<std::uint8_t>(header.size())};
-  pes.insert(pes.end(), header.begin(), header.end());
-  pes.insert(pes.end(), payload.begin(), payload.end());
-  return pes;
-}
-
-Bytes Pattern(std::size_t size, std::uint8_t seed) {
-  Bytes bytes(size);
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(seed + i * 13);
-  return bytes;
-}
-
-// Each packet in its own heap block of exactly 188 bytes, so a read past
-// the end is caught under AddressSanitizer.
-using PacketBlock = std::unique_ptr<std::array<std::uint8_t, kTsPacketSize>>;
-
-PacketBlock Packet(bool unitStart, std::uint8_t continuity, const Bytes& payload,
-                   int adaptationLength = -1, std::uint8_t adaptationFlags = 0) {
-  auto packet = std::make_unique<std::array<std::uint8_t, kTsPacketSize>>();
-  packet->fill(0xFF);
-  auto& p = *packet;
-  p[0] = 0x47;
-  p[1] = static_cast<std::uint8_t>((unitStart ? 0x40 : 0) | (kPid >> 8));
-  p[2] = kPid & 0xFF;
-  std::size_t at = 4;
-  const bool hasPayload = adaptationLength < 183;
-  p[3] = static_cast<std::uint8_t>((adaptationLength >= 0 ? 0x20 : 0) | (hasPayload ? 0x10 : 0) |
-                                   (continuity & 0x0F));
-  if (adaptationLength >= 0) {
-    p[4] = static_cast<std::uint8_t>(adaptationLength);
-    if (adaptationLength > 0) p[5] = adaptationFlags;
-    at = 5 + static_cast<std::size_t>(adaptationLength);
-  }
-  std::copy_n(payload.begin(), std::min(payload.size(), kTsPacketSize - at), p.begin() + at);
-  return packet;
-}
-
-// Splits a PES over packets; the last is filled up with adaptation stuffing
-// so that no byte follows the PES. `firstChunk` caps the first packet's share.
-std::vector<PacketBlock> Packetize(const Bytes& pes, std::uint8_t& continuity,
-                                   std::size_t firstChunk = 184) {
-  std::vector<PacketBlock> packets;
-  std::size_t at = 0;
-  bool first = true;
-  while (at < pes.size()) {
-    const std::size_t room = first ? std::min<std::size_t>(firstChunk, 184) : 184;
-    const std::size_t n = std::min(room, pes.size() - at);
-    const Bytes chunk(pes.begin() + static_cast<std::ptrdiff_t>(at),
-                      pes.begin() + static_cast<std::ptrdiff_t>(at + n));
-    const int adaptation = n < 184 ? static_cast<int>(183 - n) : -1;
-    packets.push_back(Packet(first, continuity++, chunk, adaptation));
-    at += n;
-    first = false;
-  }
-  return packets;
-}
 
 struct Received {
   Bytes payload;
@@ -112,13 +37,19 @@ class PesReassemblerTest : public ::testing::Test {
   std::vector<Received> got;
   std::uint8_t cc = 0;
 
-  void Push(const PacketBlock& packet) {
+  // Each packet in a heap block of exactly 188 bytes, so that a read past
+  // its end is caught under AddressSanitizer.
+  void Push(const tsw::Packet& packet) {
+    const auto block = std::make_unique<tsw::Packet>(packet);
     TsPacket parsed;
-    ASSERT_TRUE(ParseTsPacket(*packet, &parsed));
+    ASSERT_TRUE(ParseTsPacket(*block, &parsed));
     assembler.Push(parsed);
   }
-  void PushAll(const std::vector<PacketBlock>& packets) {
-    for (const PacketBlock& packet : packets) Push(packet);
+  void PushAll(const std::vector<tsw::Packet>& packets) {
+    for (const tsw::Packet& packet : packets) Push(packet);
+  }
+  void Feed(const Bytes& pes, std::size_t firstChunk = 184) {
+    PushAll(Packetize(kPid, pes, cc, firstChunk));
   }
 };
 
@@ -128,9 +59,7 @@ TEST_F(PesReassemblerTest, PayloadsOfEverySizeComeBackWhole) {
     const std::size_t sizes[] = {1, 169, 170, 171, 184, 185, 5000, 60000};
     std::uint64_t pts = 90000;
     for (const std::size_t size : sizes) {
-      PushAll(Packetize(Pes(0xE0, Pattern(size, static_cast<std::uint8_t>(size)), pts, pts - 3003,
-                            bounded),
-                        cc));
+      Feed(Pes(0xE0, Pattern(size, static_cast<std::uint8_t>(size)), pts, pts - 3003, bounded));
       pts += 3003;
     }
     assembler.Finish();
@@ -146,11 +75,11 @@ TEST_F(PesReassemblerTest, PayloadsOfEverySizeComeBackWhole) {
 }
 
 TEST_F(PesReassemblerTest, BoundedGoesOutAtItsLengthUnboundedAtTheNextStart) {
-  PushAll(Packetize(Pes(0xC0, Pattern(400, 1), 1000), cc));
+  Feed(Pes(0xC0, Pattern(400, 1), 1000));
   EXPECT_EQ(got.size(), 1u);  // no need to wait for another start
-  PushAll(Packetize(Pes(0xE0, Pattern(400, 2), 2000, std::nullopt, false), cc));
+  Feed(Pes(0xE0, Pattern(400, 2), 2000, std::nullopt, false));
   EXPECT_EQ(got.size(), 1u);  // its end is not known yet
-  PushAll(Packetize(Pes(0xE0, Pattern(10, 3), 3000, std::nullopt, false), cc));
+  Feed(Pes(0xE0, Pattern(10, 3), 3000, std::nullopt, false));
   ASSERT_EQ(got.size(), 2u);
   EXPECT_EQ(got[1].payload, Pattern(400, 2));
   assembler.Finish();
@@ -162,14 +91,23 @@ TEST_F(PesReassemblerTest, AdaptationFieldsOfEveryKind) {
   const Bytes pes = Pes(0xE0, Pattern(300, 9), 4500);
   const Bytes head(pes.begin(), pes.begin() + 100);
   const Bytes tail(pes.begin() + 100, pes.end());
-  // A field without payload (adaptation_field_control 2) keeps the counter;
-  // one of length 0 before a payload; one with the discontinuity flag lets
-  // the counter jump without a loss.
-  Push(Packet(true, 0, head, 183 - 100));
-  Push(Packet(false, 0, {}, 183));  // PCR-only packet, counter unchanged
-  Push(Packet(false, 1, {}, 183, 0x10));  // its counter is not looked at
-  Push(Packet(false, 1, Bytes(tail.begin(), tail.begin() + 183), 0));
-  Push(Packet(false, 9, Bytes(tail.begin() + 183, tail.end()),
+  // A packet with an adaptation field of `length` whose flags are `flags`;
+  // 183 leaves no room for a payload (adaptation_field_control 2).
+  const auto packet = [](bool start, std::uint8_t counter, const Bytes& payload, int length,
+                         std::uint8_t flags = 0) {
+    tsw::Packet p = tsw::MakePacket(kPid, start, payload, length, counter);
+    if (length == 183) p[3] &= 0xEF;
+    if (length > 0) p[5] = flags;
+    return p;
+  };
+  // A field without payload keeps the counter; one of length 0 before a
+  // payload; one with the discontinuity flag lets the counter jump without
+  // a loss.
+  Push(packet(true, 0, head, 183 - 100));
+  Push(packet(false, 0, {}, 183));        // PCR-only packet, counter unchanged
+  Push(packet(false, 1, {}, 183, 0x10));  // its counter is not looked at
+  Push(packet(false, 1, Bytes(tail.begin(), tail.begin() + 183), 0));
+  Push(packet(false, 9, Bytes(tail.begin() + 183, tail.end()),
               static_cast<int>(183 - (tail.size() - 183)), 0x80));
   ASSERT_EQ(got.size(), 1u);
   EXPECT_EQ(got[0].payload, Pattern(300, 9));
@@ -206,15 +144,15 @@ TEST(TsPacketParse, RejectsFieldsThePacketCannotHold) {
 }
 
 TEST_F(PesReassemblerTest, ContinuityJumpDropsThePesAndMarksTheNext) {
-  auto first = Packetize(Pes(0xE0, Pattern(1000, 1), 100), cc);
+  auto first = Packetize(kPid, Pes(0xE0, Pattern(1000, 1), 100), cc);
   first.erase(first.begin() + 2);  // a packet lost in the middle
   PushAll(first);
-  PushAll(Packetize(Pes(0xE0, Pattern(50, 2), 200), cc));
+  Feed(Pes(0xE0, Pattern(50, 2), 200));
   ASSERT_EQ(got.size(), 1u);
   EXPECT_EQ(got[0].payload, Pattern(50, 2));
   EXPECT_TRUE(got[0].discontinuity);
   EXPECT_EQ(assembler.Counters().continuityErrors, 1u);
-  PushAll(Packetize(Pes(0xE0, Pattern(50, 3), 300), cc));
+  Feed(Pes(0xE0, Pattern(50, 3), 300));
   ASSERT_EQ(got.size(), 2u);
   EXPECT_FALSE(got[1].discontinuity);
 }
@@ -223,7 +161,7 @@ TEST_F(PesReassemblerTest, HeaderSplitAcrossPacketsAtEveryPoint) {
   const Bytes pes = Pes(0xE0, Pattern(500, 5), 0x1FFFFFFFF, 0x123456789);
   for (std::size_t split = 1; split <= 19; ++split) {
     got.clear();
-    PushAll(Packetize(pes, cc, split));
+    Feed(pes, split);
     ASSERT_EQ(got.size(), 1u) << "split " << split;
     EXPECT_EQ(got[0].payload, Pattern(500, 5));
     EXPECT_EQ(got[0].pts, 0x1FFFFFFFFu);
@@ -247,8 +185,8 @@ TEST_F(PesReassemblerTest, BadHeadersAreDroppedAndTheNextPesStands) {
   };
   for (const Bytes& bad : cases) {
     got.clear();
-    PushAll(Packetize(bad, cc));
-    PushAll(Packetize(good, cc));
+    Feed(bad);
+    Feed(good);
     ASSERT_EQ(got.size(), 1u);
     EXPECT_EQ(got[0].payload, Pattern(100, 6));
   }
@@ -257,14 +195,14 @@ TEST_F(PesReassemblerTest, BadHeadersAreDroppedAndTheNextPesStands) {
 
 TEST_F(PesReassemblerTest, BoundedPesCutShortIsDroppedAsIsOneOpenAtTheEnd) {
   const std::uint8_t first = cc;
-  auto packets = Packetize(Pes(0xC0, Pattern(1000, 8), 100), cc);
+  auto packets = Packetize(kPid, Pes(0xC0, Pattern(1000, 8), 100), cc);
   packets.resize(3);
   cc = static_cast<std::uint8_t>(first + 3);  // no packet lost: the next start cuts it
   PushAll(packets);
-  PushAll(Packetize(Pes(0xC0, Pattern(10, 9), 200), cc));
+  Feed(Pes(0xC0, Pattern(10, 9), 200));
   ASSERT_EQ(got.size(), 1u);
   EXPECT_TRUE(got[0].discontinuity);
-  auto open = Packetize(Pes(0xC0, Pattern(1000, 8), 300), cc);
+  auto open = Packetize(kPid, Pes(0xC0, Pattern(1000, 8), 300), cc);
   open.resize(2);
   PushAll(open);
   assembler.Finish();
@@ -280,7 +218,7 @@ TEST_F(PesReassemblerTest, JunkNeverReadsPastThePacket) {
   std::mt19937 random(1234);
   std::size_t fed = 0;
   for (int i = 0; i < 20000; ++i) {
-    PacketBlock packet = std::make_unique<std::array<std::uint8_t, kTsPacketSize>>();
+    const auto packet = std::make_unique<tsw::Packet>();
     for (auto& byte : *packet) byte = static_cast<std::uint8_t>(random());
     (*packet)[0] = 0x47;
     if (i % 3 == 0) {

@@ -10,8 +10,9 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
+
+#include "tests/support/scoped_registry.h"
 
 extern char** environ;
 
@@ -30,31 +31,23 @@ constexpr LONG kDenied = ERROR_ACCESS_DENIED;
 const BYTE* Bytes(const void* data) { return static_cast<const BYTE*>(data); }
 BYTE* Out(void* data) { return static_cast<BYTE*>(data); }
 
-// Every test gets a registry of its own; the variables it changes are put back.
+// Sets an environment variable, or clears it for null, while it lives.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    value ? setenv(name, value, 1) : unsetenv(name);
+  }
+  ~ScopedEnv() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+// Every test gets a registry of its own.
 class RegistryTest : public testing::Test {
  protected:
-  void SetUp() override {
-    for (const char* name : {"BRINDLET_REGISTRY_DIR", "XDG_CONFIG_HOME", "HOME"}) {
-      const char* value = std::getenv(name);
-      saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
-    }
-    char pattern[] = "/tmp/brindlet-registry-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
-    dir_ = root_ + "/registry";
-    setenv("BRINDLET_REGISTRY_DIR", dir_.c_str(), 1);
-  }
-  void TearDown() override {
-    for (const auto& [name, value] : saved_) {
-      if (value) {
-        setenv(name.c_str(), value->c_str(), 1);
-      } else {
-        unsetenv(name.c_str());
-      }
-    }
-    if (!root_.empty()) fs::remove_all(root_);
-  }
-
   std::string HivePath(const char* hive = "HKEY_CURRENT_USER") const {
     return dir_ + "/" + hive + ".reg";
   }
@@ -118,9 +111,9 @@ class RegistryTest : public testing::Test {
   static std::vector<std::string> SubkeyNames(HKEY key) { return Names(key, false); }
   static std::vector<std::string> ValueNames(HKEY key) { return Names(key, true); }
 
-  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
-  std::string root_;
-  std::string dir_;
+  tsw::ScopedRegistry registry_;
+  const std::string root_ = registry_.Path().string();
+  std::string dir_ = root_;
 };
 
 TEST_F(RegistryTest, ValuesRoundTripWithThePlatformsSizeRules) {
@@ -329,11 +322,13 @@ TEST_F(RegistryTest, TheDirectoryIsMadeOnTheFirstWriteOnly) {
 
   // Without the variable the XDG default applies, then the home directory's.
   unsetenv("BRINDLET_REGISTRY_DIR");
-  setenv("XDG_CONFIG_HOME", (root_ + "/xdg").c_str(), 1);
-  EXPECT_EQ(SetDword(HKEY_LOCAL_MACHINE, "v", 1), kOk);
-  EXPECT_TRUE(fs::is_regular_file(root_ + "/xdg/brindlet/registry/HKEY_LOCAL_MACHINE.reg"));
-  unsetenv("XDG_CONFIG_HOME");
-  setenv("HOME", (root_ + "/home").c_str(), 1);
+  const ScopedEnv home("HOME", (root_ + "/home").c_str());
+  {
+    const ScopedEnv xdg("XDG_CONFIG_HOME", (root_ + "/xdg").c_str());
+    EXPECT_EQ(SetDword(HKEY_LOCAL_MACHINE, "v", 1), kOk);
+    EXPECT_TRUE(fs::is_regular_file(root_ + "/xdg/brindlet/registry/HKEY_LOCAL_MACHINE.reg"));
+  }
+  const ScopedEnv noXdg("XDG_CONFIG_HOME", nullptr);
   EXPECT_EQ(SetDword(HKEY_CLASSES_ROOT, "v", 1), kOk);
   EXPECT_TRUE(fs::is_regular_file(root_ + "/home/.config/brindlet/registry/HKEY_CLASSES_ROOT.reg"));
 }

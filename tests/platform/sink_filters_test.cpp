@@ -1,32 +1,17 @@
 #include "platform/sink_filters.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
-
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
 
 #include "platform/com_memory.h"
 #include "platform/control.h"
 #include "platform/files.h"
 #include "platform/objbase.h"
 #include "tests/platform/test_push_source.h"
+#include "tests/support/ts_reader.h"
+#include "tests/support/ts_writer.h"
 
 namespace {
-
-ComPtr<IBaseFilter> NewSink(REFCLSID clsid) {
-  ComPtr<IBaseFilter> sink;
-  EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, sink.PutVoid()),
-            S_OK);
-  return sink;
-}
-
-AM_MEDIA_TYPE TypeOf(REFGUID major, REFGUID sub) {
-  return AM_MEDIA_TYPE{major, sub, TRUE, FALSE, 188, GUID_NULL, nullptr, 0, nullptr};
-}
 
 TEST(SinkInputPin, AcceptsStreamsOrAnythingWhenTold) {
   const struct {
@@ -43,7 +28,7 @@ TEST(SinkInputPin, AcceptsStreamsOrAnythingWhenTold) {
   };
   for (REFCLSID clsid : {CLSID_NullRenderer, CLSID_StreamFileWriter}) {
     for (const auto& c : cases) {
-      const ComPtr<IBaseFilter> sink = NewSink(clsid);
+      const ComPtr<IBaseFilter> sink = Create(clsid);
       QueryAs<IStreamSinkControl>(sink.Get(), IID_IStreamSinkControl)
           ->SetAcceptAnyType(c.acceptAny);
       ComPtr<CTestSource> source(new CTestSource({}));
@@ -69,10 +54,8 @@ TEST(SinkInputPin, AcceptsStreamsOrAnythingWhenTold) {
 class SinkInGraph : public testing::Test {
  protected:
   void Build(REFCLSID clsid) {
-    ASSERT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
-                               m_Graph.PutVoid()),
-              S_OK);
-    m_Sink = NewSink(clsid);
+    m_Graph = Create<IGraphBuilder>(CLSID_FilterGraph, IID_IGraphBuilder);
+    m_Sink = Create(clsid);
     ASSERT_EQ(m_Graph->AddFilter(m_Sink.Get(), L"Sink"), S_OK);
     m_Source = ComPtr<CTestSource>(new CTestSource({.pushes = false}));
     ASSERT_EQ(m_Graph->AddFilter(m_Source.Get(), L"Source"), S_OK);
@@ -164,14 +147,10 @@ TEST_F(SinkInGraph, OneCompletionPerStreamAndNewSegmentKept) {
 class WriterInGraph : public SinkInGraph {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/brindlet-sink-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern), nullptr);
-    m_Dir = pattern;
     Build(CLSID_StreamFileWriter);
     m_File = QueryAs<IFileSinkFilter>(m_Sink.Get(), IID_IFileSinkFilter);
   }
-  void TearDown() override { std::filesystem::remove_all(m_Dir); }
-  std::string m_Dir;
+  tsw::TempDir m_Dir;
   ComPtr<IFileSinkFilter> m_File;
 };
 
@@ -198,31 +177,25 @@ TEST_F(WriterInGraph, FailedWriteAbortsOnceAndRefusesTheRest) {
 }
 
 TEST_F(WriterInGraph, CompletionFindsTheWholeStreamInTheFile) {
-  const std::string path = m_Dir + "/out.ts";
-  ASSERT_EQ(m_File->SetFileName(std::wstring(path.begin(), path.end()).c_str(), nullptr), S_OK);
+  const auto path = m_Dir.File("out.ts");
+  ASSERT_EQ(m_File->SetFileName(path.wstring().c_str(), nullptr), S_OK);
   ASSERT_EQ(m_Control->Run(), S_OK);
-  std::string expected;
+  tsw::Bytes expected;
   for (int n = 0; n < 40000; ++n) {  // more than the writer lets wait
     ASSERT_EQ(Send(n), S_OK);
-    const ComPtr<IMediaSample> sample = MakeTestSample(n);
-    BYTE* data = nullptr;
-    sample->GetPointer(&data);
-    expected.append(reinterpret_cast<const char*>(data),
-                    static_cast<std::size_t>(sample->GetActualDataLength()));
+    for (int i = 0; i < 188; ++i) expected.push_back(TestSampleByte(n, i));
   }
   ASSERT_EQ(m_In->EndOfStream(), S_OK);
   EXPECT_EQ(NextEvent(), EC_COMPLETE);
   // Read while the writer still holds the file open.
-  std::ifstream in(path, std::ios::binary);
-  const std::string written((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const tsw::Bytes written = tsw::ReadAll(path);
   EXPECT_EQ(written.size(), expected.size());
   EXPECT_TRUE(written == expected);
   EXPECT_EQ(m_Control->Stop(), S_OK);
 }
 
 TEST_F(WriterInGraph, FileThatCannotBeMadeRefusesThePause) {
-  const std::wstring path = std::wstring(m_Dir.begin(), m_Dir.end()) + L"/missing/out.es";
-  ASSERT_EQ(m_File->SetFileName(path.c_str(), nullptr), S_OK);
+  ASSERT_EQ(m_File->SetFileName(m_Dir.File("missing/out.es").wstring().c_str(), nullptr), S_OK);
   const HRESULT hr = m_Control->Pause();
   EXPECT_TRUE(hr == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND) ||
               hr == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND))

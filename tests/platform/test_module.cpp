@@ -17,12 +17,8 @@ class CTestObject final : public ITestModuleObject {
  public:
   CTestObject() { ++g_liveObjects; }
   STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    if (ppv == nullptr) return E_POINTER;
-    if (riid != IID_IUnknown && riid != IID_ITestModuleObject) {
-      *ppv = nullptr;
-      return E_NOINTERFACE;
-    }
-    *ppv = static_cast<ITestModuleObject*>(this);
+    *ppv = riid == IID_IUnknown || riid == IID_ITestModuleObject ? this : nullptr;
+    if (*ppv == nullptr) return E_NOINTERFACE;
     AddRef();
     return S_OK;
   }
@@ -45,19 +41,14 @@ class CTestObject final : public ITestModuleObject {
 
 class CTestFactory final : public IClassFactory {
  public:
+  // Static: the references are not counted.
   STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    if (ppv == nullptr) return E_POINTER;
-    if (riid != IID_IUnknown && riid != IID_IClassFactory) {
-      *ppv = nullptr;
-      return E_NOINTERFACE;
-    }
-    *ppv = static_cast<IClassFactory*>(this);
-    return S_OK;
+    *ppv = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr;
+    return *ppv != nullptr ? S_OK : E_NOINTERFACE;
   }
   STDMETHODIMP_(ULONG) AddRef() override { return 2; }
   STDMETHODIMP_(ULONG) Release() override { return 1; }
   STDMETHODIMP CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override {
-    if (ppv == nullptr) return E_POINTER;
     *ppv = nullptr;
     if (outer != nullptr) return CLASS_E_NOAGGREGATION;
     ComPtr<ITestModuleObject> object(new CTestObject);

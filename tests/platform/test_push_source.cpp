@@ -3,70 +3,17 @@
 #include <cwchar>
 #include <vector>
 
-#include "platform/com_memory.h"
 #include "platform/graph_plumbing.h"
+#include "platform/memory_sample.h"
 
-namespace {
-
-constexpr LONG kPacketSize = 188;
-
-class CTestSample final : public IMediaSample {
- public:
-  explicit CTestSample(int n) : m_Data(kPacketSize) {
-    for (int i = 0; i < kPacketSize; ++i)
-      m_Data[static_cast<std::size_t>(i)] = TestSampleByte(n, i);
-    m_Discontinuity = n == 0;
-  }
-  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    *ppv = riid == IID_IUnknown || riid == IID_IMediaSample ? this : nullptr;
-    if (*ppv == nullptr) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  STDMETHODIMP_(ULONG) AddRef() override { return ++m_RefCount; }
-  STDMETHODIMP_(ULONG) Release() override {
-    const ULONG count = --m_RefCount;
-    if (count == 0) delete this;
-    return count;
-  }
-  STDMETHODIMP GetPointer(BYTE** buffer) override {
-    *buffer = m_Data.data();
-    return S_OK;
-  }
-  STDMETHODIMP_(LONG) GetSize() override { return kPacketSize; }
-  STDMETHODIMP GetTime(REFERENCE_TIME*, REFERENCE_TIME*) override {
-    return VFW_E_SAMPLE_TIME_NOT_SET;
-  }
-  STDMETHODIMP SetTime(REFERENCE_TIME*, REFERENCE_TIME*) override { return S_OK; }
-  STDMETHODIMP IsSyncPoint() override { return S_OK; }
-  STDMETHODIMP SetSyncPoint(BOOL) override { return S_OK; }
-  STDMETHODIMP IsPreroll() override { return S_FALSE; }
-  STDMETHODIMP SetPreroll(BOOL) override { return S_OK; }
-  STDMETHODIMP_(LONG) GetActualDataLength() override { return kPacketSize; }
-  STDMETHODIMP SetActualDataLength(LONG) override { return S_OK; }
-  STDMETHODIMP GetMediaType(AM_MEDIA_TYPE** type) override {
-    *type = nullptr;
-    return S_FALSE;
-  }
-  STDMETHODIMP SetMediaType(AM_MEDIA_TYPE*) override { return S_OK; }
-  STDMETHODIMP IsDiscontinuity() override { return m_Discontinuity ? S_OK : S_FALSE; }
-  STDMETHODIMP SetDiscontinuity(BOOL on) override {
-    m_Discontinuity = on != FALSE;
-    return S_OK;
-  }
-  STDMETHODIMP GetMediaTime(LONGLONG*, LONGLONG*) override { return VFW_E_MEDIA_TIME_NOT_SET; }
-  STDMETHODIMP SetMediaTime(LONGLONG*, LONGLONG*) override { return S_OK; }
-
- private:
-  ~CTestSample() = default;
-  std::vector<BYTE> m_Data;
-  bool m_Discontinuity;
-  std::atomic<ULONG> m_RefCount{0};
-};
-
-}  // namespace
-
-ComPtr<IMediaSample> MakeTestSample(int n) { return ComPtr<IMediaSample>(new CTestSample(n)); }
+ComPtr<IMediaSample> MakeTestSample(int n) {
+  ComPtr<IMediaSample> sample(new platform_internal::CMemorySample(188));
+  BYTE* data = nullptr;
+  sample->GetPointer(&data);
+  for (int i = 0; i < 188; ++i) data[i] = TestSampleByte(n, i);
+  sample->SetDiscontinuity(n == 0 ? TRUE : FALSE);
+  return sample;
+}
 
 // Written by the host thread while stopped only, read by the worker.
 class CTestSource::COutputPin final : public IPin {
@@ -137,48 +84,12 @@ class CTestSource::COutputPin final : public IPin {
   CTestSource* const m_Filter;
 };
 
-class CTestSource::CSeeking final : public IMediaSeeking {
- public:
-  explicit CSeeking(CTestSource* filter) : m_Filter(filter) {}
-  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    return m_Filter->QueryInterface(riid, ppv);
-  }
-  STDMETHODIMP_(ULONG) AddRef() override { return m_Filter->AddRef(); }
-  STDMETHODIMP_(ULONG) Release() override { return m_Filter->Release(); }
-  STDMETHODIMP GetDuration(LONGLONG* duration) override {
-    *duration = m_Filter->m_Options.duration;
-    return S_OK;
-  }
-  STDMETHODIMP GetCapabilities(DWORD*) override { return E_NOTIMPL; }
-  STDMETHODIMP CheckCapabilities(DWORD*) override { return E_NOTIMPL; }
-  STDMETHODIMP IsFormatSupported(const GUID*) override { return E_NOTIMPL; }
-  STDMETHODIMP QueryPreferredFormat(GUID*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetTimeFormat(GUID*) override { return E_NOTIMPL; }
-  STDMETHODIMP IsUsingTimeFormat(const GUID*) override { return E_NOTIMPL; }
-  STDMETHODIMP SetTimeFormat(const GUID*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetStopPosition(LONGLONG*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetCurrentPosition(LONGLONG*) override { return E_NOTIMPL; }
-  STDMETHODIMP ConvertTimeFormat(LONGLONG*, const GUID*, LONGLONG, const GUID*) override {
-    return E_NOTIMPL;
-  }
-  STDMETHODIMP SetPositions(LONGLONG*, DWORD, LONGLONG*, DWORD) override { return E_NOTIMPL; }
-  STDMETHODIMP GetPositions(LONGLONG*, LONGLONG*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetAvailable(LONGLONG*, LONGLONG*) override { return E_NOTIMPL; }
-  STDMETHODIMP SetRate(double) override { return E_NOTIMPL; }
-  STDMETHODIMP GetRate(double*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetPreroll(LONGLONG*) override { return E_NOTIMPL; }
-
- private:
-  CTestSource* const m_Filter;
-};
-
 CTestSource::CTestSource(TestSourceOptions options)
-    : m_Options(options), m_Pin(new COutputPin(this)), m_Seeking(new CSeeking(this)) {}
+    : m_Options(options), m_Pin(new COutputPin(this)) {}
 
 CTestSource::~CTestSource() {
   if (m_Worker.joinable()) m_Worker.join();
   delete m_Pin;
-  delete m_Seeking;
 }
 
 IPin* CTestSource::OutputPin() { return m_Pin; }
@@ -207,8 +118,6 @@ STDMETHODIMP CTestSource::QueryInterface(REFIID riid, void** ppv) {
     *ppv = static_cast<IBaseFilter*>(this);
   } else if (riid == IID_IReferenceClock && m_Options.offerClock) {
     *ppv = static_cast<IReferenceClock*>(this);
-  } else if (riid == IID_IMediaSeeking && m_Options.offerSeeking) {
-    *ppv = m_Seeking;
   } else {
     *ppv = nullptr;
     return E_NOINTERFACE;
@@ -221,11 +130,6 @@ STDMETHODIMP_(ULONG) CTestSource::Release() {
   const ULONG count = --m_RefCount;
   if (count == 0) delete this;
   return count;
-}
-
-STDMETHODIMP CTestSource::GetClassID(CLSID* clsid) {
-  *clsid = GUID_NULL;
-  return S_OK;
 }
 
 FILTER_STATE CTestSource::PeerState() {
@@ -276,7 +180,7 @@ STDMETHODIMP CTestSource::Stop() {
 void CTestSource::Push() {
   const ComPtr<IPin> peer = m_Pin->peer;
   const ComPtr<IMemInputPin> input = m_Pin->input;
-  peer->NewSegment(0, m_Options.duration, 1.0);
+  peer->NewSegment(0, 0, 1.0);
   for (int n = 0;; ++n) {
     {
       std::unique_lock<std::mutex> lock(m_Lock);
@@ -328,11 +232,6 @@ STDMETHODIMP CTestSource::SetSyncSource(IReferenceClock* clock) {
   return S_OK;
 }
 
-STDMETHODIMP CTestSource::GetSyncSource(IReferenceClock** clock) {
-  *clock = Clock().Detach();
-  return S_OK;
-}
-
 STDMETHODIMP CTestSource::EnumPins(IEnumPins** pins) {
   auto* created =
       new platform_internal::CEnumSnapshot<IEnumPins, IPin>(IID_IEnumPins, {ComPtr<IPin>(m_Pin)});
@@ -340,29 +239,3 @@ STDMETHODIMP CTestSource::EnumPins(IEnumPins** pins) {
   *pins = created;
   return S_OK;
 }
-
-STDMETHODIMP CTestSource::FindPin(LPCWSTR, IPin** pin) {
-  *pin = nullptr;
-  return VFW_E_NOT_FOUND;
-}
-
-STDMETHODIMP CTestSource::QueryFilterInfo(FILTER_INFO*) { return E_NOTIMPL; }
-
-STDMETHODIMP CTestSource::JoinFilterGraph(IFilterGraph* graph, LPCWSTR) {
-  m_Graph = graph;
-  return S_OK;
-}
-
-STDMETHODIMP CTestSource::QueryVendorInfo(LPWSTR*) { return E_NOTIMPL; }
-
-STDMETHODIMP CTestSource::GetTime(REFERENCE_TIME* time) {
-  *time = 1234567;
-  return S_OK;
-}
-STDMETHODIMP CTestSource::AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR*) {
-  return E_NOTIMPL;
-}
-STDMETHODIMP CTestSource::AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR*) {
-  return E_NOTIMPL;
-}
-STDMETHODIMP CTestSource::Unadvise(DWORD_PTR) { return S_FALSE; }

@@ -1,7 +1,7 @@
 // A push source for graph tests: one output pin that, from the pause out of
 // stopped, sends a new segment, then `samples` samples of 188 bytes from a
 // thread through IMemInputPin::Receive, then end of stream. Counts its
-// references, and can offer a clock and seeking.
+// references, and can offer a clock.
 #pragma once
 
 #include <atomic>
@@ -11,6 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "platform/objbase.h"
 #include "platform/strmif.h"
 
 struct TestSourceOptions {
@@ -19,8 +22,6 @@ struct TestSourceOptions {
   bool endOfStream = true;
   bool offerClock = false;      // answers IReferenceClock
   bool chooseOwnClock = false;  // on a foreign clock, makes the graph use its own, as a source may
-  bool offerSeeking = false;    // answers IMediaSeeking; GetDuration gives `duration`
-  LONGLONG duration = 0;
   bool pushes = true;  // false: no thread, the test feeds the peer itself
 };
 
@@ -51,27 +52,45 @@ class CTestSource final : public IBaseFilter, public IReferenceClock {
   STDMETHODIMP_(ULONG) AddRef() override { return ++m_RefCount; }
   STDMETHODIMP_(ULONG) Release() override;
 
-  STDMETHODIMP GetClassID(CLSID* clsid) override;
+  STDMETHODIMP GetClassID(CLSID* clsid) override {
+    *clsid = GUID_NULL;
+    return S_OK;
+  }
   STDMETHODIMP Stop() override;
   STDMETHODIMP Pause() override;
   STDMETHODIMP Run(REFERENCE_TIME start) override;
   STDMETHODIMP GetState(DWORD timeoutMs, FILTER_STATE* state) override;
   STDMETHODIMP SetSyncSource(IReferenceClock* clock) override;
-  STDMETHODIMP GetSyncSource(IReferenceClock** clock) override;
+  STDMETHODIMP GetSyncSource(IReferenceClock** clock) override {
+    *clock = Clock().Detach();
+    return S_OK;
+  }
   STDMETHODIMP EnumPins(IEnumPins** pins) override;
-  STDMETHODIMP FindPin(LPCWSTR id, IPin** pin) override;
-  STDMETHODIMP QueryFilterInfo(FILTER_INFO* info) override;
-  STDMETHODIMP JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
-  STDMETHODIMP QueryVendorInfo(LPWSTR* vendorInfo) override;
+  STDMETHODIMP FindPin(LPCWSTR, IPin** pin) override {
+    *pin = nullptr;
+    return VFW_E_NOT_FOUND;
+  }
+  STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
+  STDMETHODIMP JoinFilterGraph(IFilterGraph* graph, LPCWSTR) override {
+    m_Graph = graph;
+    return S_OK;
+  }
+  STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
 
-  STDMETHODIMP GetTime(REFERENCE_TIME* time) override;
-  STDMETHODIMP AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR*) override;
-  STDMETHODIMP AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR*) override;
-  STDMETHODIMP Unadvise(DWORD_PTR) override;
+  STDMETHODIMP GetTime(REFERENCE_TIME* time) override {
+    *time = 1234567;
+    return S_OK;
+  }
+  STDMETHODIMP AdviseTime(REFERENCE_TIME, REFERENCE_TIME, HEVENT, DWORD_PTR*) override {
+    return E_NOTIMPL;
+  }
+  STDMETHODIMP AdvisePeriodic(REFERENCE_TIME, REFERENCE_TIME, HSEMAPHORE, DWORD_PTR*) override {
+    return E_NOTIMPL;
+  }
+  STDMETHODIMP Unadvise(DWORD_PTR) override { return S_FALSE; }
 
  private:
   class COutputPin;
-  class CSeeking;
   ~CTestSource();
   void Push();
   FILTER_STATE PeerState();
@@ -79,7 +98,6 @@ class CTestSource final : public IBaseFilter, public IReferenceClock {
   const TestSourceOptions m_Options;
   std::atomic<ULONG> m_RefCount{0};
   COutputPin* m_Pin;
-  CSeeking* m_Seeking;
 
   std::mutex m_Lock;
   std::condition_variable m_Changed;
@@ -96,12 +114,23 @@ class CTestSource final : public IBaseFilter, public IReferenceClock {
   std::atomic<FILTER_STATE> m_PeerStateAtStop{State_Stopped};
 };
 
-// Small helpers of the graph and sink tests.
+// Small helpers of the graph, sink and demultiplexer tests.
 template <class T>
 ComPtr<T> QueryAs(IUnknown* object, REFIID iid) {
   ComPtr<T> result;
   if (object != nullptr) object->QueryInterface(iid, result.PutVoid());
   return result;
+}
+
+template <class T = IBaseFilter>
+ComPtr<T> Create(REFCLSID clsid, REFIID iid = IID_IBaseFilter) {
+  ComPtr<T> object;
+  EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, object.PutVoid()), S_OK);
+  return object;
+}
+
+inline AM_MEDIA_TYPE TypeOf(REFGUID major, REFGUID sub) {
+  return AM_MEDIA_TYPE{major, sub, TRUE, FALSE, 0, GUID_NULL, nullptr, 0, nullptr};
 }
 
 inline ComPtr<IPin> InputPinOf(IBaseFilter* sink) {

@@ -1,15 +1,14 @@
 #include "platform/write_behind.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "platform/files.h"
+#include "tests/support/ts_reader.h"
+#include "tests/support/ts_writer.h"
 
 namespace {
 
@@ -19,23 +18,13 @@ constexpr std::size_t kChunk = CWriteBehind::kChunkBytes;
 
 class WriteBehindTest : public testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/brindlet-behind-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern), nullptr);
-    m_Dir = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(m_Dir); }
-
   static HANDLE Create(const std::string& path) {
     return CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
                        FILE_ATTRIBUTE_NORMAL, nullptr);
   }
-  static std::string Contents(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  }
 
-  std::string m_Dir;
+  tsw::TempDir m_Temp;
+  const std::string m_Dir = m_Temp.Path().string();
 };
 
 // Pieces around the chunk size, so that chunks fill exactly, by one byte
@@ -55,16 +44,16 @@ TEST_F(WriteBehindTest, BytesLandInOrderWhateverThePieces) {
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     CWriteBehind behind;
     ASSERT_EQ(behind.Start(file), S_OK);
-    std::string expected;
+    tsw::Bytes expected;
     unsigned char next = 0;
     for (std::size_t length : cases[c]) {
       std::vector<BYTE> piece(length);
       for (BYTE& b : piece) b = next++;
       ASSERT_EQ(behind.Append(piece.data(), piece.size()), S_OK);
-      expected.append(piece.begin(), piece.end());
+      expected.insert(expected.end(), piece.begin(), piece.end());
     }
     ASSERT_EQ(behind.Finish(), S_OK);
-    EXPECT_TRUE(Contents(path) == expected) << "case " << c << ": finished means written";
+    EXPECT_TRUE(tsw::ReadAll(path) == expected) << "case " << c << ": finished means written";
     EXPECT_EQ(behind.Stop(), S_OK);
     CloseHandle(file);
   }
@@ -102,7 +91,7 @@ TEST_F(WriteBehindTest, StopWithoutStartAndStartAgain) {
     ASSERT_EQ(behind.Append(&byte, 1), S_OK);
     EXPECT_EQ(behind.Stop(), S_OK);
     CloseHandle(file);
-    EXPECT_EQ(Contents(path), std::string(1, static_cast<char>(byte)));
+    EXPECT_EQ(tsw::ReadAll(path), tsw::Bytes{byte});
   }
 }
 
