@@ -13,7 +13,6 @@
 
 #include "apps/brindlet/query_command.h"
 #include "control/settings_store.h"
-#include "tests/support/process.h"
 #include "tests/support/scoped_registry.h"
 #include "tests/support/ts_reader.h"
 #include "tests/support/ts_writer.h"
@@ -26,7 +25,6 @@ constexpr std::size_t kPacket = 188;
 constexpr std::uint16_t kPmtPid = 0x1000;
 constexpr std::uint16_t kVideo = 0x100;
 constexpr std::uint16_t kAudio = 0x101;
-const std::filesystem::path kSample = std::filesystem::path(BRINDLET_SOURCE_DIR) / "samples/mpeg2-mp2-ac3.ts";
 
 using tsw::PidOf;
 using tsw::ReadAll;
@@ -37,19 +35,6 @@ struct PlayRun {
   std::string out;
   std::string err;
 };
-
-struct Summary {
-  long long packets = -1;
-  long long bytes = -1;
-};
-
-// "N packets, B bytes, S.SS s, P packets/s", the whole of stdout.
-std::optional<Summary> ParseSummary(const std::string& text) {
-  static const std::regex kLine(R"(^(\d+) packets, (\d+) bytes, \d+\.\d\d s, \d+ packets/s\n$)");
-  std::smatch match;
-  if (!std::regex_match(text, match, kLine)) return std::nullopt;
-  return Summary{std::stoll(match[1]), std::stoll(match[2])};
-}
 
 // Sizes first, then the first packet that differs, so a failure says where.
 ::testing::AssertionResult SameBytes(const Bytes& actual, const Bytes& expected) {
@@ -160,10 +145,10 @@ TEST(PlayElementary, WritesTheVideoPayloadByTheCountdownRule) {
   const PlayRun run = Play(dir.File("in.ts"), dir.File("out.m2v"));
   ASSERT_EQ(run.status, kExitOk) << run.err;
   EXPECT_TRUE(SameBytes(ReadAll(dir.File("out.m2v")), expected));
-  const auto summary = ParseSummary(run.out);
-  ASSERT_TRUE(summary) << run.out;
-  EXPECT_EQ(summary->packets, static_cast<long long>(samples.size()));
-  EXPECT_EQ(summary->bytes, static_cast<long long>(expected.size()));
+  // The summary alone: "N packets, B bytes, S.SS s, P packets/s".
+  const std::string summary = std::to_string(samples.size()) + " packets, " + std::to_string(expected.size()) +
+                              R"( bytes, \d+\.\d\d s, \d+ packets/s\n)";
+  EXPECT_TRUE(std::regex_match(run.out, std::regex(summary))) << run.out;
 }
 
 // ---- Failures ------------------------------------------------------------
@@ -206,33 +191,6 @@ TEST(PlayRaw, FailuresAreOneLineAndStatusOne) {
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
     EXPECT_TRUE(c.out == "/dev/full" || !std::filesystem::exists(c.out)) << "the writer never started";
   }
-}
-
-// The tool itself, with its own registry folder, on the bundled sample: the
-// summary alone off a terminal, and the file from the first sequence header
-// the scan met (it knows the video PID from the PMT only, and counts headers
-// in the first 10000 packets) to the end.
-TEST(BrindletTool, PlaysTheBundledSampleFromItsFirstSequenceHeader) {
-  const Bytes input = ReadAll(kSample);
-  const auto headers = tsw::SequenceHeaderPackets(input, kVideo, 10000);
-  ASSERT_FALSE(headers.empty()) << "the sample should open a video PES with a sequence header early on";
-  std::size_t pmt = 0;
-  while (pmt < headers.front() && PidOf(input.data() + pmt * kPacket) != kPmtPid) ++pmt;
-  ASSERT_LT(pmt, headers.front());
-
-  tsw::TempDir registry, dir;
-  const std::string env = "BRINDLET_REGISTRY_DIR=" + registry.Path().string() + " ";
-  ASSERT_EQ(tsw::Shell(env + BRINDLET_CLI + " settings set PrefDemux 0 >/dev/null 2>&1").status, 0);
-  const tsw::CommandResult run =
-      tsw::Shell(env + BRINDLET_CLI + " play " + kSample.string() + " --raw " + dir.File("out.ts").string() + " 2>&1");
-  ASSERT_EQ(run.status, kExitOk) << run.out;
-  const Bytes expected(input.begin() + static_cast<std::ptrdiff_t>(headers.front() * kPacket),
-                       input.begin() + static_cast<std::ptrdiff_t>(input.size() / kPacket * kPacket));
-  EXPECT_TRUE(SameBytes(ReadAll(dir.File("out.ts")), expected)) << "first packet should be " << headers.front();
-  const auto summary = ParseSummary(run.out);
-  ASSERT_TRUE(summary) << run.out;
-  EXPECT_EQ(summary->packets, static_cast<long long>(expected.size() / kPacket));
-  EXPECT_EQ(summary->bytes, static_cast<long long>(expected.size()));
 }
 
 }  // namespace

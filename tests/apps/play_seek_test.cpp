@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 #include "apps/brindlet/play_command.h"
@@ -129,6 +130,22 @@ TEST_F(PlaySeekTest, SeekDuringPlayReplaysAStretchAndRateBelowOneIsNoted) {
   EXPECT_EQ(err.find("ended before"), std::string::npos) << "the seek happened: " << err;
   const auto written = std::filesystem::file_size(m_Out) / kPacket;
   EXPECT_GT(written, kLoops * m_Packets - m_Headers.front()) << "a stretch was played twice";
+}
+
+// The tool itself, in the fixture's registry folder, with PrefDemux set
+// through its settings command: the whole sample from the first sequence
+// header the scan met, and the summary alone off a terminal.
+TEST_F(PlaySeekTest, TheToolPlaysTheSampleFromItsFirstSequenceHeader) {
+  ASSERT_TRUE(WriteSettingDword("PrefDemux", 1));
+  const std::string cli = BRINDLET_CLI;
+  ASSERT_EQ(tsw::Shell(cli + " settings set PrefDemux 0 >/dev/null 2>&1").status, 0);
+  const tsw::CommandResult run = tsw::Shell(cli + " play " + kSample.string() + " --raw " + m_Out.string() + " 2>&1");
+  ASSERT_EQ(run.status, kExitOk) << run.out;
+  ExpectOutputFrom(m_Headers.front(), m_Packets);
+  const std::size_t packets = m_Packets - m_Headers.front();
+  const std::string summary =
+      std::to_string(packets) + " packets, " + std::to_string(packets * kPacket) + R"( bytes, [^\n]+ packets/s\n)";
+  EXPECT_TRUE(std::regex_match(run.out, std::regex(summary))) << run.out;
 }
 
 TEST(PlaySeekOptions, SeekAtTakesTwoTimes) {

@@ -48,6 +48,8 @@ TEST(BrindletTool, ExitStatuses) {
       {"info --yaml", 2, ""},
       {"play " + path, 2, "brindlet: play needs one of --out DIR or --raw OUT\n"},
       {"play " + path + " --out d --raw f.ts", 2, ""},
+      {"play " + path + " --raw f.ts --audio 1", 2, ""},  // --audio needs --out
+      {"play " + path + " --out d --audio -1", 2, ""},
       {"frobnicate", 2, ""},
       {"", 2, ""},
       {"--help", 0, ""},

@@ -12,6 +12,7 @@
 #include "platform/graph_plumbing.h"
 #include "platform/objbase.h"
 #include "tests/delivery/filter_probe.h"
+#include "tests/support/capture_pin.h"
 #include "tests/support/scoped_registry.h"
 #include "tests/support/ts_writer.h"
 
@@ -58,31 +59,12 @@ class FakePin final : public IPin, public IMPEG2PIDMap {
   std::vector<std::string> log;
 };
 
-class FakeDemux final : public IBaseFilter, public IMpeg2Demultiplexer {
+class FakeDemux final : public StubFilter<IMpeg2Demultiplexer, IID_IMpeg2Demultiplexer> {
  public:
-  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    *ppv = riid == IID_IUnknown || riid == IID_IBaseFilter ? static_cast<void*>(static_cast<IBaseFilter*>(this))
-           : riid == IID_IMpeg2Demultiplexer            ? static_cast<IMpeg2Demultiplexer*>(this)
-                                                         : nullptr;
-    return *ppv != nullptr ? (AddRef(), S_OK) : E_NOINTERFACE;
-  }
-  STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++references); }
-  STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--references); }
-  STDMETHODIMP GetClassID(CLSID*) override { return E_NOTIMPL; }
-  STDMETHODIMP Stop() override { return S_OK; }
-  STDMETHODIMP Pause() override { return S_OK; }
-  STDMETHODIMP Run(REFERENCE_TIME) override { return S_OK; }
-  STDMETHODIMP GetState(DWORD, FILTER_STATE*) override { return E_NOTIMPL; }
-  STDMETHODIMP SetSyncSource(IReferenceClock*) override { return S_OK; }
-  STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
-  STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
   STDMETHODIMP FindPin(LPCWSTR id, IPin** pin) override {
     *pin = Pin(id);
     return *pin != nullptr ? S_OK : VFW_E_NOT_FOUND;
   }
-  STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
-  STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
-  STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
   // A taken name comes back without its pin.
   STDMETHODIMP CreateOutputPin(AM_MEDIA_TYPE*, LPWSTR name, IPin** pin) override {
     created.push_back(name);
@@ -94,7 +76,6 @@ class FakeDemux final : public IBaseFilter, public IMpeg2Demultiplexer {
   STDMETHODIMP DeleteOutputPin(LPWSTR) override { return E_NOTIMPL; }
 
   FakePin* Pin(const std::wstring& name) { return pins.count(name) ? pins[name].get() : nullptr; }
-  std::atomic<long> references{1};
   std::map<std::wstring, std::unique_ptr<FakePin>> pins;
   std::vector<std::wstring> created;
 };
@@ -135,11 +116,6 @@ class DemuxWiringTest : public ::testing::Test {
     EXPECT_EQ(m_Filter->Count(&count), S_OK);
     return count;
   }
-  WORD Selected() {
-    WORD count = 0, selected = 0;
-    static_cast<ITsScanReport*>(&*m_Filter)->GetAudioTrackCount(&count, &selected);
-    return selected;
-  }
   std::string Label(LONG index, DWORD* flags = nullptr) {
     LPWSTR name = nullptr;
     EXPECT_EQ(m_Filter->Info(index, nullptr, flags, nullptr, nullptr, &name, nullptr, nullptr), S_OK);
@@ -171,7 +147,9 @@ TEST_P(FirstTrackTest, ChoiceByTheSettingsAndThePinByTheKind) {
   streams.insert(streams.end(), c.audio.begin(), c.audio.end());
   Open(streams, c.ac3, c.audio2);
   ASSERT_EQ(m_Filter->WireDemux(&m_Demux), S_OK);
-  EXPECT_EQ(Selected(), c.selected);
+  WORD count = 0, selected = 9;
+  static_cast<ITsScanReport*>(&*m_Filter)->GetAudioTrackCount(&count, &selected);
+  EXPECT_EQ(selected, c.selected);
   ASSERT_EQ(m_Demux.created.size(), 2u);
   EXPECT_EQ(m_Demux.created[0], L"Video");
   EXPECT_EQ(m_Demux.created[1], c.pin);
@@ -204,18 +182,10 @@ TEST_F(DemuxWiringTest, TakenNamesCountAsWiredAndLeaveTheDemultiplexerUnheld) {
 }
 
 TEST_F(DemuxWiringTest, NotReadyOrNoDemultiplexerInterface) {
-  FilterHolder unloaded;
-  EXPECT_EQ(unloaded->WireDemux(&m_Demux), E_FAIL);
+  EXPECT_EQ(m_Filter->WireDemux(&m_Demux), E_FAIL) << "nothing loaded";
   Open({kVideoStream, Mpeg(0x101, "eng")}, 0, 0);
-  struct NoDemux final : public IUnknown {
-    STDMETHODIMP QueryInterface(REFIID, void** ppv) override {
-      *ppv = nullptr;
-      return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 1; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
-  } plain;
-  EXPECT_EQ(m_Filter->WireDemux(reinterpret_cast<IBaseFilter*>(&plain)), E_NOINTERFACE);
+  tsw::CapturePin plain;  // a filter, but no demultiplexer
+  EXPECT_EQ(m_Filter->WireDemux(&plain), E_NOINTERFACE);
 }
 
 TEST_F(DemuxWiringTest, StreamSelectLabelsSwitchesAndAsksForAChangeOfKind) {
@@ -321,19 +291,14 @@ std::vector<long> MappedTo(IBaseFilter* demux, const wchar_t* name) {
   return pids;
 }
 
-class ConnectTest : public ::testing::TestWithParam<DWORD> {
- protected:
-  tsw::ScopedRegistry m_Registry;
-  FilterHolder m_Filter;
-};
+class ConnectTest : public DemuxWiringTest, public ::testing::WithParamInterface<DWORD> {};
 
 // The filter wires the demultiplexer as the pins connect, whatever
 // PrefDemux says; connected again, it finds the pins made (a taken name
 // that comes back with its pin) and leaves them and their maps alone.
 TEST_P(ConnectTest, WiresAtTheFirstConnectionAndLeavesItAtTheNext) {
   ASSERT_TRUE(WriteSettingDword("PrefDemux", GetParam()));
-  ASSERT_EQ(m_Filter->JoinFilterGraph(nullptr, nullptr), S_OK);
-  ASSERT_EQ(m_Filter.Load(TracksFile({kVideoStream, Mpeg(0x101, "eng"), Mpeg(0x102, "deu")})), S_OK);
+  OpenFile(TracksFile({kVideoStream, Mpeg(0x101, "eng"), Mpeg(0x102, "deu")}));
 
   ComPtr<IBaseFilter> demux;
   ASSERT_EQ(CoCreateInstance(CLSID_MPEG2Demultiplexer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,

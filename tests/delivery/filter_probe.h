@@ -1,9 +1,11 @@
 // Test access to the filter's findings and to the fields that later stages of
-// the scan set, so each test can arrange exactly the state it needs.
+// the scan set, so each test can arrange exactly the state it needs; and a
+// stub filter for the fakes that stand beside it in a graph.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <string>
 
@@ -61,4 +63,36 @@ class FilterHolder {
   tsw::TempDir m_Dir;
   std::filesystem::path m_Path;
   int m_Files = 0;
+};
+
+// A filter that takes every state and implements nothing else, with one more
+// interface, Extra, answered for kExtra. It lives on the test's stack, so
+// references are only counted.
+template <class Extra, const IID& kExtra>
+class StubFilter : public IBaseFilter, public Extra {
+ public:
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    const bool filter =
+        riid == IID_IUnknown || riid == IID_IBaseFilter || riid == IID_IMediaFilter || riid == IID_IPersist;
+    *ppv = filter ? static_cast<void*>(static_cast<IBaseFilter*>(this))
+                  : riid == kExtra ? static_cast<Extra*>(this) : nullptr;
+    return *ppv != nullptr ? (AddRef(), S_OK) : E_NOINTERFACE;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++m_References); }
+  STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--m_References); }
+  STDMETHODIMP GetClassID(CLSID*) override { return E_NOTIMPL; }
+  STDMETHODIMP Stop() override { return S_OK; }
+  STDMETHODIMP Pause() override { return S_OK; }
+  STDMETHODIMP Run(REFERENCE_TIME) override { return S_OK; }
+  STDMETHODIMP GetState(DWORD, FILTER_STATE* state) override { return *state = State_Stopped, S_OK; }
+  STDMETHODIMP SetSyncSource(IReferenceClock*) override { return S_OK; }
+  STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
+  STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
+  STDMETHODIMP FindPin(LPCWSTR, IPin**) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
+  STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
+  STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
+
+ private:
+  std::atomic<long> m_References{0};
 };

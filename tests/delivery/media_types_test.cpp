@@ -55,14 +55,12 @@ TEST_F(MediaTypesTest, PatchesReachTheMpeg2BlockAndNotTheH264One) {
   const std::uint8_t header[12] = {0x00, 0x00, 0x01, 0xB3, 0x50, 0x02, 0xD0, 0x33, 1, 2, 3, 4};
   patcher.SetMpeg2SequenceStart(std::span<const std::uint8_t, 12>(header));
   const auto mpeg2 = Mpeg2VideoBlock();
-  EXPECT_EQ(At<std::int32_t>(mpeg2.data(), 8), 1280);
-  EXPECT_EQ(At<std::int32_t>(mpeg2.data(), 12), 720);
-  EXPECT_EQ(At<std::int32_t>(mpeg2.data(), 76), 1280);
-  EXPECT_EQ(At<std::int32_t>(mpeg2.data(), 80), 720);
-  EXPECT_EQ(At<std::int32_t>(mpeg2.data(), 56), 16);
+  // Both sizes, the aspect's X, and the sequence header's length untouched.
+  for (auto [offset, value] : {std::pair{8, 1280}, {12, 720}, {76, 1280}, {80, 720}, {56, 16}, {116, 86}}) {
+    EXPECT_EQ(At<std::int32_t>(mpeg2.data(), static_cast<std::size_t>(offset)), value) << offset;
+  }
   EXPECT_EQ(std::memcmp(mpeg2.data() + 132, header, 12), 0);
   EXPECT_EQ(mpeg2[132 + 12], 0x10) << "the matrix behind the first 12 bytes stays";
-  EXPECT_EQ(At<std::int32_t>(mpeg2.data(), 116), 86);
   EXPECT_EQ(At<std::int32_t>(H264VideoBlock().data(), 8), 1920);
 
   const CMediaType type = GetStreamMediaType(StreamMediaType::Mpeg2Video);

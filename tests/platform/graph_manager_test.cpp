@@ -14,38 +14,29 @@ namespace {
 
 using std::chrono::steady_clock;
 
-class GraphTest : public testing::Test {
+class GraphTest : public GraphFixture {
  protected:
-  void SetUp() override {
-    m_Graph = Create<IGraphBuilder>(CLSID_FilterGraph, IID_IGraphBuilder);
-    m_Control = QueryAs<IMediaControl>(m_Graph.Get(), IID_IMediaControl);
-    m_Event = QueryAs<IMediaEvent>(m_Graph.Get(), IID_IMediaEvent);
-  }
-
   ComPtr<CTestSource> AddSource(TestSourceOptions options, LPCWSTR name = L"Source") {
     ComPtr<CTestSource> source(new CTestSource(options));
     EXPECT_TRUE(SUCCEEDED(m_Graph->AddFilter(source.Get(), name)));
     return source;
   }
 
-  ComPtr<IBaseFilter> AddSink(REFCLSID clsid, LPCWSTR name = L"Sink") {
-    ComPtr<IBaseFilter> sink = Create(clsid);
+  // A null renderer, fed by `source` when one is given.
+  ComPtr<IBaseFilter> AddSink(CTestSource* source = nullptr, LPCWSTR name = L"Sink") {
+    ComPtr<IBaseFilter> sink = Create(CLSID_NullRenderer);
     EXPECT_TRUE(SUCCEEDED(m_Graph->AddFilter(sink.Get(), name)));
+    if (source != nullptr) {
+      EXPECT_EQ(m_Graph->ConnectDirect(source->OutputPin(), InputPinOf(sink.Get()).Get(), nullptr),
+                S_OK);
+    }
     return sink;
   }
-
-  void Connect(CTestSource* source, IBaseFilter* sink) {
-    ASSERT_EQ(m_Graph->ConnectDirect(source->OutputPin(), InputPinOf(sink).Get(), nullptr), S_OK);
-  }
-
-  ComPtr<IGraphBuilder> m_Graph;
-  ComPtr<IMediaControl> m_Control;
-  ComPtr<IMediaEvent> m_Event;
 };
 
 TEST_F(GraphTest, EnumFiltersGivesReferencesThatComeBack) {
   ComPtr<CTestSource> source = AddSource({});
-  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  const ComPtr<IBaseFilter> sink = AddSink(source.Get());
   const ULONG held = source->References();
   {
     ComPtr<IEnumFilters> filters;
@@ -65,7 +56,6 @@ TEST_F(GraphTest, EnumFiltersGivesReferencesThatComeBack) {
   }
   EXPECT_EQ(source->References(), held);
 
-  Connect(source.Get(), sink.Get());
   ASSERT_EQ(m_Graph->RemoveFilter(source.Get()), S_OK);
   EXPECT_EQ(m_Graph->RemoveFilter(source.Get()), VFW_E_NOT_FOUND);
   ComPtr<IPin> peer;
@@ -75,8 +65,7 @@ TEST_F(GraphTest, EnumFiltersGivesReferencesThatComeBack) {
 
 TEST_F(GraphTest, ReleasingTheGraphStopsAndLetsGo) {
   ComPtr<CTestSource> source = AddSource({.samples = 5, .blockAfter = 2});
-  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
-  Connect(source.Get(), sink.Get());
+  const ComPtr<IBaseFilter> sink = AddSink(source.Get());
   ASSERT_EQ(m_Control->Run(), S_OK);
   source->WaitUntilBlocked();
   m_Control = nullptr;
@@ -89,43 +78,17 @@ TEST_F(GraphTest, ReleasingTheGraphStopsAndLetsGo) {
 }
 
 // What the source sends arriving whole is the file writer's test; here the
-// order of the states and the counts of what came.
-TEST_F(GraphTest, RunsToCompletionRenderersFirst) {
-  constexpr int kSamples = 50;
-  ComPtr<CTestSource> source = AddSource({.samples = kSamples});
-  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
-  Connect(source.Get(), sink.Get());
-
-  ASSERT_EQ(m_Control->Run(), S_OK);
-  LONG code = 0;
-  ASSERT_EQ(m_Event->WaitForCompletion(5000, &code), S_OK);
-  EXPECT_EQ(code, EC_COMPLETE);
-  EXPECT_EQ(source->PeerStateAtPause(), State_Paused) << "the renderer pauses first";
-  ASSERT_EQ(m_Control->Stop(), S_OK);
-  EXPECT_EQ(source->PeerStateAtStop(), State_Stopped) << "the renderer stops first";
-
-  LONGLONG samples = 0, total = 0;
-  LONG endOfStreams = 0, discontinuities = 0, segments = 0;
-  QueryAs<IStreamSinkControl>(sink.Get(), IID_IStreamSinkControl)
-      ->GetCounts(&samples, &total, &endOfStreams, &discontinuities, &segments);
-  EXPECT_EQ(samples, kSamples);
-  EXPECT_EQ(total, kSamples * 188);
-  EXPECT_EQ(endOfStreams, 1);
-  EXPECT_EQ(discontinuities, 1);
-  EXPECT_EQ(segments, 1);
-}
-
+// order of the states, the counts of what came and the one completion.
 TEST_F(GraphTest, CompletionWaitsForEveryRendererAndStopForgetsIt) {
   ComPtr<CTestSource> quick = AddSource({.samples = 3}, L"Quick");
   ComPtr<CTestSource> slow = AddSource({.samples = 6, .blockAfter = 3}, L"Slow");
-  const ComPtr<IBaseFilter> sinkA = AddSink(CLSID_NullRenderer, L"A");
-  const ComPtr<IBaseFilter> sinkB = AddSink(CLSID_NullRenderer, L"B");
-  const ComPtr<IBaseFilter> unconnected = AddSink(CLSID_NullRenderer, L"Idle");
-  Connect(quick.Get(), sinkA.Get());
-  Connect(slow.Get(), sinkB.Get());
+  const ComPtr<IBaseFilter> sinkA = AddSink(quick.Get(), L"A");
+  const ComPtr<IBaseFilter> sinkB = AddSink(slow.Get(), L"B");
+  const ComPtr<IBaseFilter> unconnected = AddSink(nullptr, L"Idle");
 
   for (int run = 0; run < 2; ++run) {
     ASSERT_EQ(m_Control->Run(), S_OK);
+    EXPECT_EQ(quick->PeerStateAtPause(), State_Paused) << "the renderer pauses first";
     slow->WaitUntilBlocked();
     LONG code = -1;
     EXPECT_EQ(m_Event->WaitForCompletion(100, &code), E_ABORT) << "run " << run;
@@ -135,16 +98,29 @@ TEST_F(GraphTest, CompletionWaitsForEveryRendererAndStopForgetsIt) {
     EXPECT_EQ(code, EC_COMPLETE);
     EXPECT_EQ(m_Event->WaitForCompletion(0, &code), E_ABORT) << "one completion per run";
     ASSERT_EQ(m_Control->Stop(), S_OK);
+    EXPECT_EQ(quick->PeerStateAtStop(), State_Stopped) << "the renderer stops first";
+
+    LONGLONG samples = 0, total = 0;
+    LONG endOfStreams = 0, discontinuities = 0, segments = 0;
+    QueryAs<IStreamSinkControl>(sinkA.Get(), IID_IStreamSinkControl)
+        ->GetCounts(&samples, &total, &endOfStreams, &discontinuities, &segments);
+    EXPECT_EQ(samples, 3);
+    EXPECT_EQ(total, 3 * 188);
+    EXPECT_EQ(endOfStreams, 1);
+    EXPECT_EQ(discontinuities, 1);
+    EXPECT_EQ(segments, 1);
   }
   LONG code = 0;
   EXPECT_EQ(m_Event->WaitForCompletion(INFINITE, &code), VFW_E_WRONG_STATE);
 }
 
-TEST_F(GraphTest, ErrorAbortEndsTheWait) {
-  ComPtr<CTestSource> source = AddSource({.samples = 10, .blockAfter = 1});
-  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
-  Connect(source.Get(), sink.Get());
+// An error abort from another thread ends a wait; a stop ends the next one
+// and the source blocked in its stream.
+TEST_F(GraphTest, ErrorAbortAndStopEndTheWait) {
+  ComPtr<CTestSource> source = AddSource({.samples = 10, .blockAfter = 2});
+  const ComPtr<IBaseFilter> sink = AddSink(source.Get());
   ASSERT_EQ(m_Control->Run(), S_OK);
+  source->WaitUntilBlocked();
   const ComPtr<IMediaEventSink> events =
       QueryAs<IMediaEventSink>(m_Graph.Get(), IID_IMediaEventSink);
   std::thread worker([&] {
@@ -157,20 +133,9 @@ TEST_F(GraphTest, ErrorAbortEndsTheWait) {
   worker.join();
   LONG_PTR p1 = 0, p2 = 0;
   EXPECT_EQ(m_Event->GetEvent(&code, &p1, &p2, 0), E_ABORT) << "the wait took the event";
-  EXPECT_EQ(m_Control->Stop(), S_OK);
-}
 
-TEST_F(GraphTest, StopEndsABlockedSourceAndAWaiter) {
-  ComPtr<CTestSource> source = AddSource({.samples = 10, .blockAfter = 2});
-  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
-  Connect(source.Get(), sink.Get());
-  ASSERT_EQ(m_Control->Run(), S_OK);
-  source->WaitUntilBlocked();
   HRESULT waited = S_OK;
-  std::thread waiter([&] {
-    LONG code = 0;
-    waited = m_Event->WaitForCompletion(INFINITE, &code);
-  });
+  std::thread waiter([&] { waited = m_Event->WaitForCompletion(INFINITE, &code); });
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   EXPECT_EQ(m_Control->Stop(), S_OK);
   waiter.join();
@@ -180,9 +145,8 @@ TEST_F(GraphTest, StopEndsABlockedSourceAndAWaiter) {
 
 TEST_F(GraphTest, StopWakesASourceInsideASlowReceive) {
   ComPtr<CTestSource> source = AddSource({.samples = 10});
-  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  const ComPtr<IBaseFilter> sink = AddSink(source.Get());
   QueryAs<IStreamSinkControl>(sink.Get(), IID_IStreamSinkControl)->SetSampleDelay(30'000'000);
-  Connect(source.Get(), sink.Get());
   ASSERT_EQ(m_Control->Run(), S_OK);
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   const auto start = steady_clock::now();
@@ -213,7 +177,7 @@ TEST_F(GraphTest, ClockIsChosenAtPauseAndGivenToEveryFilter) {
 
 TEST_F(GraphTest, AFilterMayChooseTheClockFromInsideSetSyncSource) {
   ComPtr<CTestSource> chooser = AddSource({.chooseOwnClock = true}, L"Chooser");
-  const ComPtr<IBaseFilter> sink = AddSink(CLSID_NullRenderer);
+  const ComPtr<IBaseFilter> sink = AddSink();
   ComPtr<CTestSource> withClock = AddSource({.offerClock = true}, L"Clock");
   const auto system = Create<IReferenceClock>(CLSID_SystemClock, IID_IReferenceClock);
   const ComPtr<IMediaFilter> graph = QueryAs<IMediaFilter>(m_Graph.Get(), IID_IMediaFilter);

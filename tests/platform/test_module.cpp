@@ -1,5 +1,5 @@
-// A minimal in-process server: DllMain, DllGetClassObject, DllCanUnloadNow
-// and one object class served under two CLSIDs.
+// A minimal in-process server: DllMain, DllGetClassObject and one object
+// class served under two CLSIDs.
 #include "tests/platform/test_module.h"
 
 #include <atomic>
@@ -9,13 +9,10 @@
 namespace {
 
 std::atomic<LONG> g_attaches{0};
-std::atomic<LONG> g_canUnloadCalls{0};
-std::atomic<LONG> g_liveObjects{0};
 HINSTANCE g_module = nullptr;
 
 class CTestObject final : public ITestModuleObject {
  public:
-  CTestObject() { ++g_liveObjects; }
   STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
     *ppv = riid == IID_IUnknown || riid == IID_ITestModuleObject ? this : nullptr;
     if (*ppv == nullptr) return E_NOINTERFACE;
@@ -29,13 +26,12 @@ class CTestObject final : public ITestModuleObject {
     return count;
   }
   STDMETHODIMP_(LONG) AttachCount() override { return g_attaches; }
-  STDMETHODIMP_(LONG) CanUnloadCalls() override { return g_canUnloadCalls; }
   STDMETHODIMP_(DWORD) ModulePath(LPSTR buffer, DWORD size) override {
     return GetModuleFileNameA(g_module, buffer, size);
   }
 
  private:
-  ~CTestObject() { --g_liveObjects; }
+  ~CTestObject() = default;
   std::atomic<ULONG> m_RefCount{0};
 };
 
@@ -76,9 +72,4 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID riid, void** ppv) {
     return CLASS_E_CLASSNOTAVAILABLE;
   }
   return g_factory.QueryInterface(riid, ppv);
-}
-
-STDAPI DllCanUnloadNow() {
-  ++g_canUnloadCalls;
-  return g_liveObjects == 0 ? S_OK : S_FALSE;
 }

@@ -14,9 +14,8 @@ inline constexpr IID IID_ITestModuleObject =
     MakeGuid(0x4C587078, 0xB45E, 0x4AFE, 0xA9, 0xED, 0xE6, 0x9A, 0x75, 0x18, 0x32, 0xD9);
 
 struct ITestModuleObject : public IUnknown {
-  // How often DllMain saw DLL_PROCESS_ATTACH, and DllCanUnloadNow was asked.
+  // How often DllMain saw DLL_PROCESS_ATTACH.
   STDMETHOD_(LONG, AttachCount)() PURE;
-  STDMETHOD_(LONG, CanUnloadCalls)() PURE;
   // GetModuleFileNameA of the HINSTANCE that DllMain was given.
   STDMETHOD_(DWORD, ModulePath)(LPSTR buffer, DWORD size) PURE;
 

@@ -1,16 +1,24 @@
 #include "tests/platform/test_push_source.h"
 
+#include <algorithm>
 #include <cwchar>
-#include <vector>
 
 #include "platform/graph_plumbing.h"
 #include "platform/memory_sample.h"
 
-ComPtr<IMediaSample> MakeTestSample(int n) {
-  ComPtr<IMediaSample> sample(new platform_internal::CMemorySample(188));
+ComPtr<IMediaSample> MakeSample(std::span<const BYTE> bytes) {
+  ComPtr<IMediaSample> sample(
+      new platform_internal::CMemorySample(static_cast<LONG>(bytes.size())));
   BYTE* data = nullptr;
   sample->GetPointer(&data);
-  for (int i = 0; i < 188; ++i) data[i] = TestSampleByte(n, i);
+  std::copy(bytes.begin(), bytes.end(), data);
+  return sample;
+}
+
+ComPtr<IMediaSample> MakeTestSample(int n) {
+  BYTE bytes[188];
+  for (int i = 0; i < 188; ++i) bytes[i] = TestSampleByte(n, i);
+  ComPtr<IMediaSample> sample = MakeSample(bytes);
   sample->SetDiscontinuity(n == 0 ? TRUE : FALSE);
   return sample;
 }
@@ -31,18 +39,13 @@ class CTestSource::COutputPin final : public IPin {
   STDMETHODIMP_(ULONG) AddRef() override { return m_Filter->AddRef(); }
   STDMETHODIMP_(ULONG) Release() override { return m_Filter->Release(); }
 
+  // Every peer of the tests has IMemInputPin.
   STDMETHODIMP Connect(IPin* receivePin, const AM_MEDIA_TYPE* type) override {
-    if (receivePin == nullptr) return E_POINTER;
     if (peer) return VFW_E_ALREADY_CONNECTED;
-    AM_MEDIA_TYPE transport{
-        MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT, TRUE, FALSE, 188, GUID_NULL, nullptr, 0,
-        nullptr};
+    const AM_MEDIA_TYPE transport = TypeOf(MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT);
     const HRESULT hr = receivePin->ReceiveConnection(this, type != nullptr ? type : &transport);
     if (FAILED(hr)) return hr;
-    if (FAILED(receivePin->QueryInterface(IID_IMemInputPin, input.PutVoid()))) {
-      receivePin->Disconnect();
-      return E_NOINTERFACE;
-    }
+    receivePin->QueryInterface(IID_IMemInputPin, input.PutVoid());
     peer = receivePin;
     return S_OK;
   }
@@ -196,7 +199,7 @@ void CTestSource::Push() {
     if (input->Receive(sample.Get()) != S_OK) return;  // refused: no end of stream
     ++m_Sent;
   }
-  if (m_Options.endOfStream) peer->EndOfStream();
+  peer->EndOfStream();
 }
 
 STDMETHODIMP CTestSource::GetState(DWORD, FILTER_STATE* state) {
@@ -238,4 +241,20 @@ STDMETHODIMP CTestSource::EnumPins(IEnumPins** pins) {
   created->AddRef();
   *pins = created;
   return S_OK;
+}
+
+void GraphFixture::SetUp() {
+  m_Graph = Create<IGraphBuilder>(CLSID_FilterGraph, IID_IGraphBuilder);
+  m_Control = QueryAs<IMediaControl>(m_Graph.Get(), IID_IMediaControl);
+  m_Event = QueryAs<IMediaEvent>(m_Graph.Get(), IID_IMediaEvent);
+}
+
+void GraphFixture::Feed(IBaseFilter* filter, LPCWSTR input) {
+  ASSERT_EQ(m_Graph->AddFilter(filter, L"Fed"), S_OK);
+  m_Source = ComPtr<CTestSource>(new CTestSource({.pushes = false}));
+  ASSERT_EQ(m_Graph->AddFilter(m_Source.Get(), L"Source"), S_OK);
+  ASSERT_EQ(filter->FindPin(input, m_In.PutAddress()), S_OK);
+  ASSERT_EQ(m_Graph->ConnectDirect(m_Source->OutputPin(), m_In.Get(), nullptr), S_OK);
+  m_Memory = QueryAs<IMemInputPin>(m_In.Get(), IID_IMemInputPin);
+  m_Event->CancelDefaultHandling(EC_COMPLETE);
 }

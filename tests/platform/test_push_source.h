@@ -6,20 +6,19 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstdint>
 #include <mutex>
+#include <span>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "platform/control.h"
 #include "platform/objbase.h"
 #include "platform/strmif.h"
 
 struct TestSourceOptions {
   int samples = 0;
   int blockAfter = -1;  // the worker waits here until Stop; -1 never
-  bool endOfStream = true;
   bool offerClock = false;      // answers IReferenceClock
   bool chooseOwnClock = false;  // on a foreign clock, makes the graph use its own, as a source may
   bool pushes = true;  // false: no thread, the test feeds the peer itself
@@ -28,6 +27,8 @@ struct TestSourceOptions {
 // Byte `i` of sample `n`, so a test can rebuild what was sent.
 inline BYTE TestSampleByte(int n, int i) { return static_cast<BYTE>(n * 7 + i); }
 
+// A sample holding a copy of `bytes`, with no flags set.
+ComPtr<IMediaSample> MakeSample(std::span<const BYTE> bytes);
 // Sample `n` as the source sends it: 188 bytes, a discontinuity when n is 0.
 ComPtr<IMediaSample> MakeTestSample(int n);
 
@@ -138,3 +139,22 @@ inline ComPtr<IPin> InputPinOf(IBaseFilter* sink) {
   sink->FindPin(L"In", pin.PutAddress());
   return pin;
 }
+
+// A filter graph per test. Feed adds a filter whose input pin the test then
+// feeds by hand, from a source that does not push, and turns the graph's
+// completion handling off so that every EC_COMPLETE shows as sent.
+class GraphFixture : public testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override {
+    if (m_Control) m_Control->Stop();
+  }
+  void Feed(IBaseFilter* filter, LPCWSTR input);
+
+  ComPtr<IGraphBuilder> m_Graph;
+  ComPtr<IMediaControl> m_Control;
+  ComPtr<IMediaEvent> m_Event;
+  ComPtr<CTestSource> m_Source;
+  ComPtr<IPin> m_In;
+  ComPtr<IMemInputPin> m_Memory;
+};
