@@ -11,6 +11,7 @@
 
 #include "delivery/ts_source_filter.h"
 #include "platform/com_memory.h"
+#include "tests/support/capture_pin.h"
 #include "tests/support/ts_writer.h"
 
 class CTsSourceFilterProbe {
@@ -69,7 +70,7 @@ class FilterHolder {
 // interface, Extra, answered for kExtra. It lives on the test's stack, so
 // references are only counted.
 template <class Extra, const IID& kExtra>
-class StubFilter : public IBaseFilter, public Extra {
+class StubFilter : public tsw::BaseFilterStubs, public Extra {
  public:
   STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
     const bool filter =
@@ -80,18 +81,6 @@ class StubFilter : public IBaseFilter, public Extra {
   }
   STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++m_References); }
   STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--m_References); }
-  STDMETHODIMP GetClassID(CLSID*) override { return E_NOTIMPL; }
-  STDMETHODIMP Stop() override { return S_OK; }
-  STDMETHODIMP Pause() override { return S_OK; }
-  STDMETHODIMP Run(REFERENCE_TIME) override { return S_OK; }
-  STDMETHODIMP GetState(DWORD, FILTER_STATE* state) override { return *state = State_Stopped, S_OK; }
-  STDMETHODIMP SetSyncSource(IReferenceClock*) override { return S_OK; }
-  STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
-  STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
-  STDMETHODIMP FindPin(LPCWSTR, IPin**) override { return E_NOTIMPL; }
-  STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
-  STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
-  STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
 
  private:
   std::atomic<long> m_References{0};

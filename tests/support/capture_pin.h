@@ -41,7 +41,28 @@ class EventRecorder final : public IFilterGraph, public IMediaEventSink {
 
 // The input pin and its filter in one object: enough of IBaseFilter for
 // QueryPinInfo, and a pin with IMemInputPin that records samples.
-class CapturePin final : public IPin, public IMemInputPin, public IBaseFilter {
+// A filter that takes every state and implements nothing more of
+// IBaseFilter, as far as a pin's owner or a stand-in peer must answer.
+class BaseFilterStubs : public IBaseFilter {
+ public:
+  STDMETHODIMP GetClassID(CLSID*) override { return E_NOTIMPL; }
+  STDMETHODIMP Stop() override { return S_OK; }
+  STDMETHODIMP Pause() override { return S_OK; }
+  STDMETHODIMP Run(REFERENCE_TIME) override { return S_OK; }
+  STDMETHODIMP GetState(DWORD, FILTER_STATE* state) override { return *state = State_Stopped, S_OK; }
+  STDMETHODIMP SetSyncSource(IReferenceClock*) override { return S_OK; }
+  STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
+  STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
+  STDMETHODIMP FindPin(LPCWSTR, IPin**) override { return E_NOTIMPL; }
+  STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
+  STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
+  STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
+
+ protected:
+  ~BaseFilterStubs() = default;
+};
+
+class CapturePin final : public IPin, public IMemInputPin, public BaseFilterStubs {
  public:
   CapturePin();
   ~CapturePin();
@@ -75,19 +96,6 @@ class CapturePin final : public IPin, public IMemInputPin, public IBaseFilter {
   STDMETHODIMP ReceiveMultiple(IMediaSample**, LONG, LONG*) override { return E_NOTIMPL; }
   STDMETHODIMP ReceiveCanBlock() override { return S_FALSE; }
 
-  // IBaseFilter, as far as a pin's owner must answer
-  STDMETHODIMP GetClassID(CLSID*) override { return E_NOTIMPL; }
-  STDMETHODIMP Stop() override { return S_OK; }
-  STDMETHODIMP Pause() override { return S_OK; }
-  STDMETHODIMP Run(REFERENCE_TIME) override { return S_OK; }
-  STDMETHODIMP GetState(DWORD, FILTER_STATE*) override { return E_NOTIMPL; }
-  STDMETHODIMP SetSyncSource(IReferenceClock*) override { return S_OK; }
-  STDMETHODIMP GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
-  STDMETHODIMP EnumPins(IEnumPins**) override { return E_NOTIMPL; }
-  STDMETHODIMP FindPin(LPCWSTR, IPin**) override { return E_NOTIMPL; }
-  STDMETHODIMP QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
-  STDMETHODIMP JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return S_OK; }
-  STDMETHODIMP QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
 
   // What came, and how to answer.
   struct Sample {
