@@ -13,8 +13,7 @@ CTsOutputPin::CTsOutputPin(HRESULT* result, CTsSourceFilter* filter, CPacketEngi
                     filter->PrefDemuxValue() == kElementaryDemux ? L"Video" : L"TS Out"),
       m_TsFilter(filter),
       m_Engine(host),
-      m_Seeking(this, NonDelegatingUnknown(), &m_PinLock, duration),
-      m_DurationMirror(duration) {}
+      m_Seeking(this, NonDelegatingUnknown(), &m_PinLock, duration) {}
 
 CTsOutputPin::~CTsOutputPin() = default;
 
@@ -99,7 +98,7 @@ HRESULT CTsOutputPin::FillBuffer(IMediaSample* sample) {
   }
 
   SampleProperties properties;
-  const HRESULT hr = m_Engine.FillBuffer(buffer, m_Seeking.SeekRateHeld(), m_Seeking.SeekStopHeld(), &properties);
+  const HRESULT hr = m_Engine.FillBuffer(buffer, m_Seeking.SeekRate(), m_Seeking.SeekStop(), &properties);
   if (hr == S_OK && sample != nullptr) {
     sample->SetTime(&properties.start, &properties.stop);
     sample->SetSyncPoint(properties.syncPoint ? TRUE : FALSE);
@@ -119,21 +118,12 @@ HRESULT CTsOutputPin::OnThreadStartPlay() {
   return DeliverNewSegment(m_Seeking.SeekStart(), m_Seeking.SeekStop(), m_Seeking.SeekRate());
 }
 
-void CTsOutputPin::RestartWorker() {
-  if (!ThreadExists()) return;
-  DeliverBeginFlush();
-  StopWorker();
-  DeliverEndFlush();
-  RunWorker();
-}
-
-void CTsOutputPin::SetSeekDuration(REFERENCE_TIME duration) {
-  CAutoLock lock(&m_PinLock);
-  m_Seeking.SetSeekDuration(duration);
-  m_DurationMirror = duration;
-}
+void CTsOutputPin::SetSeekDuration(REFERENCE_TIME duration) { m_Seeking.SetSeekDuration(duration); }
 
 REFERENCE_TIME CTsOutputPin::DurationForQueries() {
+  // What GetDuration answers, but from the atomic fields, so that a query
+  // holding the filter lock never waits for the pin lock. The stream size
+  // takes the filter lock, which such a caller holds already.
   if (m_Seeking.TimeFormatIsBytes()) return static_cast<REFERENCE_TIME>(m_TsFilter->StreamBytes());
-  return m_DurationMirror;
+  return m_Seeking.SeekDuration();
 }

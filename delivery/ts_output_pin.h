@@ -2,10 +2,38 @@
 // one transport packet, wires the demultiplexer while it connects, and runs
 // the worker that carries packets from the packet engine to the peer.
 //
-// Lock order: state lock, then filter lock (connection and wiring); pin lock,
-// then filter lock (the engine's file reads, seeking). Nothing is held across
-// Deliver or across a command to the worker. The pin lock guards the engine,
-// the seeking fields and the H.264 log's writer side.
+// Lock order: state lock, then pin lock (DecideBufferSize), then filter lock
+// (connection and wiring; the engine's file reads; seeking). Nothing is held
+// across Deliver or across a command to the worker. The pin lock guards the
+// engine and the seeking fields; those that others read without it
+// (CurrentPacket, the PTS fields, the seek positions, duration and rate, the
+// byte format) are atomic, and the H.264 log has a lock of its own.
+//
+// What each operation takes, on every path:
+//
+//   FillBuffer (worker)      pin lock for one call; the filter lock inside
+//                            it at a block read and when the kept stream
+//                            size was cleared; a read error's message box
+//                            with both held.
+//   OnThreadStartPlay        no lock: the segment comes from atomics.
+//   OnThreadDestroy          pin lock.
+//   GetMediaType             state lock.
+//   DecideBufferSize         state lock, then the pin lock briefly.
+//   CheckConnect, BreakConnect
+//                            state lock (the base), then the filter lock.
+//   SetPositions             pin lock for the arithmetic, with the filter
+//                            lock inside it (file size, stream limit); then,
+//                            with no lock, the restart under the worker
+//                            sequence and the worker's handshake.
+//   SetRate                  pin lock for the store.
+//   GetDuration, GetCurrentPosition
+//                            pin lock, with the filter lock inside it for the
+//                            stream size when it is not kept.
+//   GetPositions, SetTimeFormat, GetStopPosition, GetAvailable, GetRate,
+//   and the format questions no lock.
+//   DurationForQueries       no lock of its own: the filter's queries call it
+//                            under the filter lock.
+//   Notify                   no lock.
 #pragma once
 
 #include <atomic>
@@ -43,10 +71,6 @@ class CTsOutputPin final : public CSourceStream {
   // Quality messages go no further upstream.
   STDMETHODIMP Notify(IBaseFilter*, Quality) override { return S_OK; }
 
-  // Flush, stop, end flush, run: the worker goes on from the new position.
-  // Nothing happens without a worker; the position waits for Pause.
-  void RestartWorker();
-
   // A new length of the stream from the scan; the stop position follows it.
   void SetSeekDuration(REFERENCE_TIME duration);
   // The duration as GetDuration gives it, read without the pin lock.
@@ -65,7 +89,6 @@ class CTsOutputPin final : public CSourceStream {
   CCritSec m_PinLock;
   CPacketEngine m_Engine;  // pin lock
   CTsSeeking m_Seeking;    // pin lock
-  std::atomic<REFERENCE_TIME> m_DurationMirror;
   CSectionAssembler m_SectionAssembler;
   CParameterLog m_ParameterLog;  // its own lock: the worker writes, queries read
 };

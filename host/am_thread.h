@@ -1,6 +1,8 @@
 // A worker thread driven by commands: the sender blocks until the worker
 // replies, and the worker can look for a command between two pieces of work
-// without waiting. A command stays pending until it is replied to.
+// without waiting. A command stays pending until it is replied to. A sender
+// that meets no worker, or whose worker ends before replying, gets E_FAIL
+// instead of waiting for ever.
 #pragma once
 
 #include <atomic>
@@ -18,12 +20,15 @@ class CAMThread {
   CAMThread& operator=(const CAMThread&) = delete;
 
   // Starts the thread; false if one exists already or it cannot be made.
+  // Create and Close belong to one thread at a time (the host's).
   bool Create();
-  bool ThreadExists() const;
+  // A thread was made and not yet closed; any thread may ask.
+  bool ThreadExists() const { return m_Exists.load(std::memory_order_acquire); }
   // Waits for the thread to end and forgets it.
   void Close();
 
-  // Sender side: one command at a time; blocks until the reply.
+  // Sender side: one command at a time; blocks until the reply, or gives
+  // E_FAIL when the worker has ended or ends first.
   DWORD CallWorker(DWORD command);
 
   // Worker side.
@@ -43,7 +48,9 @@ class CAMThread {
   // a command is there.
   std::atomic<bool> m_Pending{false};
   bool m_Replied = false;
+  bool m_Running = false;  // the thread's function has not returned
   DWORD m_Command = 0;
   DWORD m_Result = 0;
-  std::thread m_Thread;     // owned by the host thread that creates and closes it
+  std::atomic<bool> m_Exists{false};
+  std::thread m_Thread;  // touched only by Create, Close and the destructor
 };

@@ -70,6 +70,7 @@ HRESULT CSourceStream::Active() {
   if (!IsConnected()) return S_OK;
   HRESULT hr = CBaseOutputPin::Active();
   if (FAILED(hr)) return hr;
+  CAutoLock sequence(&m_WorkerSequence);
   if (ThreadExists()) return S_OK;
   if (!Create()) return E_FAIL;
   hr = Init();
@@ -84,13 +85,25 @@ HRESULT CSourceStream::Inactive() {
   // failure and sees the stop command.
   HRESULT hr = CBaseOutputPin::Inactive();
   if (FAILED(hr)) return hr;
+  CAutoLock sequence(&m_WorkerSequence);
   if (ThreadExists()) {
-    hr = StopWorker();
-    if (FAILED(hr)) return hr;
-    hr = Exit();
+    // A worker that has ended fails both commands; it is joined all the same.
+    StopWorker();
+    Exit();
     Close();
   }
   return S_OK;
+}
+
+void CSourceStream::RestartWorker() {
+  CAutoLock sequence(&m_WorkerSequence);
+  if (!ThreadExists()) return;
+  // Each result is left alone: a worker that has already gone fails the
+  // commands, and the new position waits for the next Pause.
+  DeliverBeginFlush();
+  StopWorker();
+  DeliverEndFlush();
+  RunWorker();
 }
 
 DWORD CSourceStream::ThreadProc() {

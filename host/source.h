@@ -55,6 +55,11 @@ class CSourceStream : public CAMThread, public CBaseOutputPin {
   virtual HRESULT OnThreadDestroy() { return S_OK; }
   virtual HRESULT OnThreadStartPlay() { return S_OK; }
 
+  // Flush, stop, end flush, run: the worker goes on from a new position, as
+  // a seek wants it. Runs with no lock of the caller held; nothing happens
+  // without a worker. A Stop on another thread cannot split the sequence.
+  void RestartWorker();
+
   HRESULT Init() { return static_cast<HRESULT>(CallWorker(CMD_INIT)); }
   HRESULT Exit() { return static_cast<HRESULT>(CallWorker(CMD_EXIT)); }
   HRESULT RunWorker() { return static_cast<HRESULT>(CallWorker(CMD_RUN)); }
@@ -66,4 +71,12 @@ class CSourceStream : public CAMThread, public CBaseOutputPin {
   virtual HRESULT DoBufferProcessingLoop();
 
   CSource* m_SourceFilter;
+
+ private:
+  // Held across each sequence of commands: the start of the worker (create,
+  // init, pause), its end (stop, exit, join) and a restart. Without it a
+  // seek's run could land between the host's stop and exit, and the worker,
+  // delivering again, would refuse the exit and never end. Taken after the
+  // state lock, and the worker never waits for it.
+  CCritSec m_WorkerSequence;
 };

@@ -10,6 +10,7 @@
 
 #include "host/allocator.h"
 #include "tests/support/capture_pin.h"
+#include "tests/support/deadline.h"
 
 namespace {
 
@@ -183,6 +184,26 @@ TEST_F(SourceStreamTest, CommandTable) {
   EXPECT_EQ(stream->m_Next, filled) << "idle: nothing more is filled";
   EXPECT_EQ(stream->Exit(), S_OK);
   stream->Close();
+  EXPECT_EQ(stream->m_Destroyed, 1);
+}
+
+// A sender that meets a worker which has ended, as a seek on a client thread
+// may meet one that the host's Stop is ending, is answered at once; Stop
+// still joins the thread.
+TEST_F(SourceStreamTest, CommandsToAnEndedWorkerFailAtOnceAndStopStillJoinsIt) {
+  const tsw::Deadline deadline(std::chrono::seconds(20), "a command to an ended worker");
+  Make(1000000);
+  Connect();
+  peer.SetDelayMicroseconds(50);
+  ASSERT_EQ(filter->Pause(), S_OK);
+  ASSERT_TRUE(peer.WaitFor(10, 5000));
+  EXPECT_EQ(stream->StopWorker(), S_OK);
+  EXPECT_EQ(stream->Exit(), S_OK);
+  EXPECT_TRUE(stream->ThreadExists()) << "ended, not yet joined";
+  EXPECT_EQ(stream->RunWorker(), E_FAIL);
+  stream->RestartWorker();
+  EXPECT_EQ(filter->Stop(), S_OK);
+  EXPECT_FALSE(stream->ThreadExists());
   EXPECT_EQ(stream->m_Destroyed, 1);
 }
 
