@@ -14,11 +14,7 @@
 #include "delivery/ts_source_filter.h"
 #include "host/media_sample.h"
 #include "platform/com_ptr.h"
-#include "platform/control.h"
-#include "platform/graph_plumbing.h"
-#include "platform/mpeg2_demux.h"
-#include "platform/objbase.h"
-#include "platform/sink_filters.h"
+#include "tests/delivery/player_graph.h"
 #include "tests/support/scoped_registry.h"
 #include "tests/support/ts_writer.h"
 
@@ -213,62 +209,31 @@ BENCHMARK(BM_FillBuffer)->ArgName("demux")->Arg(1)->Arg(3);
 // Stop, which sends the next run from packet 0 again; items are packets.
 void BM_PlayThroughDemultiplexer(benchmark::State& state) {
   const tsw::ScopedRegistry registry;
-  ComPtr<IGraphBuilder> graph;
-  ComPtr<IBaseFilter> demux;
   FilterHolder filter;
-  CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder, graph.PutVoid());
-  CoCreateInstance(CLSID_MPEG2Demultiplexer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, demux.PutVoid());
-  if (!graph || !demux) {
-    state.SkipWithError("no graph or no demultiplexer");
-    return;
-  }
   ComPtr<IBaseFilter> source;
   filter->NonDelegatingQueryInterface(IID_IBaseFilter, source.PutVoid());
-  graph->AddFilter(source.Get(), L"Source");
-  graph->AddFilter(demux.Get(), L"Demultiplexer");
-  ComPtr<IPin> demuxInput;
-  demux->FindPin(L"MPEG-2 Stream", demuxInput.PutAddress());
-  if (filter.Load(BundledSamplePath()) != S_OK ||
-      graph->ConnectDirect(filter->OutputPin(), demuxInput.Get(), nullptr) != S_OK) {
-    state.SkipWithError("the filter did not load or wire the demultiplexer");
+  if (filter.Load(BundledSamplePath()) != S_OK) {
+    state.SkipWithError("the filter did not load the sample");
     return;
   }
-  std::vector<ComPtr<IBaseFilter>> renderers;
-  for (const ComPtr<IPin>& pin : platform_internal::PinsOf(demux.Get())) {
-    PIN_DIRECTION direction = PINDIR_INPUT;
-    if (FAILED(pin->QueryDirection(&direction)) || direction != PINDIR_OUTPUT) continue;
-    ComPtr<IBaseFilter> renderer;
-    ComPtr<IStreamSinkControl> control;
-    CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, renderer.PutVoid());
-    renderer->QueryInterface(IID_IStreamSinkControl, control.PutVoid());
-    control->SetAcceptAnyType(TRUE);
-    graph->AddFilter(renderer.Get(), nullptr);
-    ComPtr<IPin> input;
-    renderer->FindPin(L"In", input.PutAddress());
-    if (graph->ConnectDirect(pin.Get(), input.Get(), nullptr) != S_OK) {
-      state.SkipWithError("a pin of the demultiplexer would not connect");
-      return;
-    }
-    renderers.push_back(renderer);
+  CPlayerGraph graph;
+  const std::string failure = graph.Build(source.Get(), filter->OutputPin());
+  if (!failure.empty()) {
+    state.SkipWithError(failure.c_str());
+    return;
   }
-  ComPtr<IMediaControl> control;
-  ComPtr<IMediaEvent> events;
-  graph->QueryInterface(IID_IMediaControl, control.PutVoid());
-  graph->QueryInterface(IID_IMediaEvent, events.PutVoid());
   const auto packets = static_cast<std::int64_t>(std::filesystem::file_size(BundledSamplePath()) / kPacketSize);
   for (auto _ : state) {
-    control->Run();
+    graph.Control()->Run();
     LONG code = 0;
-    events->WaitForCompletion(INFINITE, &code);
-    control->Stop();
+    graph.Events()->WaitForCompletion(INFINITE, &code);
+    graph.Control()->Stop();
     if (code != EC_COMPLETE) {
       state.SkipWithError("playback did not complete");
       break;
     }
   }
-  for (const ComPtr<IBaseFilter>& renderer : renderers) graph->RemoveFilter(renderer.Get());
-  graph->RemoveFilter(demux.Get());
-  graph->RemoveFilter(source.Get());
+  graph.TearDown();
   state.SetItemsProcessed(state.iterations() * packets);
 }
 BENCHMARK(BM_PlayThroughDemultiplexer)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -1,6 +1,7 @@
 // IAMStreamSelect: the audio tracks as a player's menu. A track of the kind
 // that plays is switched at once; a change of kind needs a new media type,
 // so the user is asked to flip the setting for the next start.
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -87,18 +88,24 @@ STDMETHODIMP CTsSourceFilter::Enable(LONG index, DWORD flags) {
   if (index < 0 || index >= m_Tracks.trackCount || index >= kMaxAudioTracks) return E_INVALIDARG;
   if (!m_OutputPin || m_OutputPin->Engine().CurrentPacket < kFirstSwitchPacket) return E_INVALIDARG;
 
+  // The tests run without the filter lock, while another client may switch:
+  // the selected index is read and written whole.
+  std::atomic_ref<std::uint16_t> selected(m_Tracks.selectedTrack);
   const AudioTrack& wanted = m_Tracks.tracks[index];
-  if (wanted.kind == m_Tracks.tracks[m_Tracks.selectedTrack % kMaxAudioTracks].kind) {
+  if (wanted.kind == m_Tracks.tracks[selected.load() % kMaxAudioTracks].kind) {
     CAutoLock lock(&m_FilterLock);
     MapPids(&wanted, m_Tracks.videoPid);
-    m_Tracks.selectedTrack = static_cast<std::uint16_t>(index);
+    selected.store(static_cast<std::uint16_t>(index));
     return S_OK;
   }
   // Another kind needs another media type: only a new start can give it.
-  const int answer = MessageBoxA(nullptr, m_AC3 ? kAc3ModeText : kMpegModeText, kModeChangeTitle, MB_YESNO);
+  // The box blocks this caller only; delivery goes on behind it.
+  const int ac3 = m_AC3.load();
+  const int answer = MessageBoxA(nullptr, ac3 ? kAc3ModeText : kMpegModeText, kModeChangeTitle, MB_YESNO);
   if (answer == IDYES) {
-    m_AC3 = m_AC3 ? 0 : 1;
-    WriteSettingDword("AC3", static_cast<DWORD>(m_AC3));
+    const int flipped = ac3 ? 0 : 1;
+    m_AC3 = flipped;
+    WriteSettingDword("AC3", static_cast<DWORD>(flipped));
   }
   return E_INVALIDARG;
 }

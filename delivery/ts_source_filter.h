@@ -3,8 +3,39 @@
 //
 // Lock order: state lock, then filter lock, for wiring; pin lock, then filter
 // lock, for delivery and seeking. Load holds the filter lock and takes the
-// pin lock inside it, which is safe because no worker exists during Load.
-// The filter lock guards every field below unless a comment says otherwise.
+// pin lock and the state lock inside it, which is safe because no worker
+// exists during Load and the host loads, connects and sets clocks from one
+// thread at a time. The filter lock guards every field below unless a
+// comment says otherwise. No client operation ever waits for the pin lock
+// or the state lock, so a client can hold the filter lock while the worker
+// waits for it, never the other way round.
+//
+// What each operation a client may call during playback takes, on every
+// path (the pin's own operations are listed in ts_output_pin.h):
+//
+//   QueryText               filter lock for the whole call after the
+//                           argument test. Inside it: GetPmtPid ("PMTPID")
+//                           and GetStreamSize ("MAXPACKET", "MEDIALEN" in
+//                           byte format) take the filter lock again; the
+//                           H.264 log takes its own lock, which nests
+//                           nothing; every pin value ("VIDEOPTS",
+//                           "CURPACKET", "MEDIALEN") and the run-time
+//                           PrefDemux and notify window are atomics, read
+//                           or written with no lock.
+//   ITsStreamInfo 1 to 10   filter lock, nothing inside.
+//   ITsScanReport getters   filter lock, nothing inside.
+//   IAMStreamSelect Count   no lock (the track count is fixed by Load).
+//   IAMStreamSelect Info    filter lock; task memory inside.
+//   IAMStreamSelect Enable  no lock for its tests and for the message box;
+//                           the filter lock for a switch, inside which the
+//                           demultiplexer's PID maps take its own locks,
+//                           which never call back here.
+//   GetPages                no lock.
+//
+// The host's operations: JoinFilterGraph takes the state lock in the base,
+// then the filter lock; SetSyncSource and Load take the filter lock, then
+// the state lock; QueryVendorInfo and GetCurFile the filter lock; Pause and
+// Stop the state lock, then the pin's worker sequence (host/source.h).
 #pragma once
 
 #include <atomic>
@@ -202,7 +233,7 @@ class CTsSourceFilter : public CSource,
   VideoFormat m_Video;  // written by the engine's thread without the filter lock
 
   // Settings copies, as the constructor leaves them before a graph is joined.
-  int m_AC3 = 0;
+  std::atomic<int> m_AC3{0};  // flipped by a client's stream switch, without the filter lock
   int m_Audio2 = 0;
   int m_AutoSelect = 1;
   int m_PCRClock = 0;

@@ -61,8 +61,7 @@ STDMETHODIMP CSourceSeeking::GetDuration(LONGLONG* duration) {
 
 STDMETHODIMP CSourceSeeking::GetStopPosition(LONGLONG* stop) {
   if (stop == nullptr) return E_POINTER;
-  CAutoLock lock(m_Lock);
-  *stop = m_Stop;
+  *stop = SeekStop();
   return S_OK;
 }
 
@@ -97,10 +96,10 @@ STDMETHODIMP CSourceSeeking::SetPositions(LONGLONG* current, DWORD currentFlags,
   {
     CAutoLock lock(m_Lock);
     if (currentBits == AM_SEEKING_AbsolutePositioning) m_Start = *current;
-    if (currentBits == AM_SEEKING_RelativePositioning) m_Start += *current;
+    if (currentBits == AM_SEEKING_RelativePositioning) m_Start = m_Start + *current;
     if (stopBits == AM_SEEKING_AbsolutePositioning) m_Stop = *stop;
     if (stopBits == AM_SEEKING_IncrementalPositioning) m_Stop = m_Start + *stop;
-    if (stopBits == AM_SEEKING_RelativePositioning) m_Stop += *stop;
+    if (stopBits == AM_SEEKING_RelativePositioning) m_Stop = m_Stop + *stop;
   }
   // Stop goes first, start second; the start's result is the result.
   HRESULT result = S_OK;
@@ -109,17 +108,17 @@ STDMETHODIMP CSourceSeeking::SetPositions(LONGLONG* current, DWORD currentFlags,
   return result;
 }
 
+// Each value is read whole; a seek on another thread may land between the
+// two.
 STDMETHODIMP CSourceSeeking::GetPositions(LONGLONG* current, LONGLONG* stop) {
-  CAutoLock lock(m_Lock);
-  if (current != nullptr) *current = m_Start;
-  if (stop != nullptr) *stop = m_Stop;
+  if (current != nullptr) *current = SeekStart();
+  if (stop != nullptr) *stop = SeekStop();
   return S_OK;
 }
 
 STDMETHODIMP CSourceSeeking::GetAvailable(LONGLONG* earliest, LONGLONG* latest) {
-  CAutoLock lock(m_Lock);
   if (earliest != nullptr) *earliest = 0;
-  if (latest != nullptr) *latest = m_Duration;
+  if (latest != nullptr) *latest = SeekDuration();
   return S_OK;
 }
 
@@ -133,8 +132,7 @@ STDMETHODIMP CSourceSeeking::SetRate(double rate) {
 
 STDMETHODIMP CSourceSeeking::GetRate(double* rate) {
   if (rate == nullptr) return E_POINTER;
-  CAutoLock lock(m_Lock);
-  *rate = m_Rate;
+  *rate = SeekRate();
   return S_OK;
 }
 
@@ -148,29 +146,4 @@ void CSourceSeeking::SetSeekDuration(REFERENCE_TIME duration) {
   CAutoLock lock(m_Lock);
   m_Duration = duration;
   m_Stop = duration;
-}
-
-REFERENCE_TIME CSourceSeeking::SeekDuration() {
-  CAutoLock lock(m_Lock);
-  return m_Duration;
-}
-
-REFERENCE_TIME CSourceSeeking::SeekStart() {
-  CAutoLock lock(m_Lock);
-  return m_Start;
-}
-
-REFERENCE_TIME CSourceSeeking::SeekStop() {
-  CAutoLock lock(m_Lock);
-  return m_Stop;
-}
-
-double CSourceSeeking::SeekRate() {
-  CAutoLock lock(m_Lock);
-  return m_Rate;
-}
-
-bool CSourceSeeking::TimeFormatIsBytes() {
-  CAutoLock lock(m_Lock);
-  return m_TimeFormatIsBytes;
 }

@@ -1,6 +1,11 @@
 // The seeking base: IMediaSeeking over start, stop, rate and duration kept
 // under the owner's lock, with hooks for the owner to act on a change. It is
 // a face of its owner: its IUnknown is the owner's.
+//
+// Locks: GetDuration, GetCurrentPosition, SetPositions (for its arithmetic)
+// and SetRate (for the store) take the owner's lock; GetPositions,
+// SetTimeFormat and every other getter take none, so a client polling them
+// never waits behind the owner's worker.
 #pragma once
 
 #include <atomic>
@@ -40,31 +45,31 @@ class CSourceSeeking : public IMediaSeeking {
 
   // A new length of the stream; the stop position follows it.
   void SetSeekDuration(REFERENCE_TIME duration);
-  REFERENCE_TIME SeekDuration();
-  REFERENCE_TIME SeekStart();
-  REFERENCE_TIME SeekStop();
-  double SeekRate();
-  bool TimeFormatIsBytes();
-  // For a caller that holds the lock already, as the packet engine does on
-  // every packet.
-  REFERENCE_TIME SeekStopHeld() const { return m_Stop; }
-  double SeekRateHeld() const { return m_Rate; }
+  // Read without the lock: queries and the worker on every packet use them.
+  REFERENCE_TIME SeekDuration() const { return m_Duration.load(std::memory_order_relaxed); }
+  REFERENCE_TIME SeekStart() const { return m_Start.load(std::memory_order_relaxed); }
+  REFERENCE_TIME SeekStop() const { return m_Stop.load(std::memory_order_relaxed); }
+  double SeekRate() const { return m_Rate.load(std::memory_order_relaxed); }
+  bool TimeFormatIsBytes() const { return m_TimeFormatIsBytes.load(std::memory_order_relaxed); }
 
  protected:
   // Run after a change, with no lock held.
   virtual HRESULT ChangeStart() = 0;
   virtual HRESULT ChangeStop() = 0;
   virtual HRESULT ChangeRate() = 0;
-  // The answers that depend on the owner's stream.
+  // The answers that depend on the owner's stream; called under m_Lock.
   virtual HRESULT DurationInBytes(LONGLONG* bytes) = 0;
   virtual HRESULT CurrentPosition(LONGLONG* position) = 0;
 
   IUnknown* m_Owner;
   CCritSec* m_Lock;
-  REFERENCE_TIME m_Duration;     // m_Lock
-  REFERENCE_TIME m_Start = 0;    // m_Lock
-  REFERENCE_TIME m_Stop;         // m_Lock
-  double m_Rate = 1.0;           // m_Lock
-  DWORD m_Caps = 0xFFFFFFFF;
+  // Changed only under m_Lock, so that a change reads and writes one state;
+  // each is atomic, so that the readers that take no lock (GetPositions, the
+  // owner's queries, its worker) see whole values.
+  std::atomic<REFERENCE_TIME> m_Duration;
+  std::atomic<REFERENCE_TIME> m_Start{0};
+  std::atomic<REFERENCE_TIME> m_Stop;
+  std::atomic<double> m_Rate{1.0};
+  const DWORD m_Caps = 0xFFFFFFFF;
   std::atomic<bool> m_TimeFormatIsBytes{false};  // set without a lock, as the caller may
 };
