@@ -72,6 +72,10 @@ int main(int argc, char** argv) {
   CLI::Option* noOption =
       playCommand->add_flag("--no", answerNo, "Answer No when the filter asks (the default off a terminal)");
   yesOption->excludes(noOption);
+  bool progressLines = false;
+  playCommand->add_flag("--progress", progressLines,
+                        "Show the status line also when stderr is no terminal: one line per update, ten a second "
+                        "at most");
   std::vector<std::string> seekAt;
   playCommand
       ->add_option("--seek-at", seekAt, "T:S - when the position reaches T seconds, seek to S (repeatable)")
@@ -121,7 +125,10 @@ int main(int argc, char** argv) {
       std::pair<double, double> seek;
       if (ParseSeekAt(text, &seek)) play.seekAt.push_back(seek);
     }
-    return RunPlay(play, std::cout, std::cerr, isatty(STDERR_FILENO) != 0);
+    const ProgressMode progress = isatty(STDERR_FILENO) != 0 ? ProgressMode::Terminal
+                                  : progressLines               ? ProgressMode::Lines
+                                                                : ProgressMode::Off;
+    return RunPlay(play, std::cout, std::cerr, progress);
   }
   if (settingsCommand->parsed()) return RunSettings(settings, std::cout, std::cerr);
   return kExitUsage;

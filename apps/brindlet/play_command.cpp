@@ -11,6 +11,7 @@
 
 #include "apps/brindlet/query_command.h"
 #include "apps/brindlet/source_session.h"
+#include "apps/brindlet/status_line.h"
 #include "control/settings_store.h"
 #include "platform/codepage.h"
 #include "platform/com_memory.h"
@@ -22,8 +23,9 @@
 
 namespace {
 
-// Long enough to cost nothing, short enough for a live progress line.
-constexpr LONG kWaitSliceMs = 200;
+// Long enough to cost nothing, short enough for a status line ten times a
+// second.
+constexpr LONG kWaitSliceMs = 100;
 // While a seek waits for its moment, the position is looked at this often.
 constexpr LONG kSeekSliceMs = 1;
 constexpr double kUnitsPerSecond = 1e7;  // REFERENCE_TIME
@@ -67,18 +69,10 @@ LONGLONG SamplesWritten(IStreamSinkControl* counts, LONGLONG* bytes) {
   return samples;
 }
 
-// One line, redrawn in place; the escape clears what a longer line left.
-void ShowProgress(std::ostream& err, IStreamSinkControl* counts, IMediaSeeking* seeking) {
-  const LONGLONG samples = SamplesWritten(counts, nullptr);
-  LONGLONG position = 0;
-  if (seeking == nullptr || FAILED(seeking->GetCurrentPosition(&position))) position = 0;
-  char line[96];
-  std::snprintf(line, sizeof line, "\r%lld packets written, at %.1f s\x1b[K",
-                static_cast<long long>(samples), static_cast<double>(position) / kUnitsPerSecond);
-  err << line << std::flush;
+// "120 packets, 22560 bytes" for the status line.
+std::string Written(LONGLONG count, const char* unit, LONGLONG bytes) {
+  return std::to_string(count) + " " + unit + ", " + std::to_string(bytes) + " bytes";
 }
-
-void ClearProgress(std::ostream& err) { err << "\r\x1b[K" << std::flush; }
 
 std::string Summary(LONGLONG samples, LONGLONG bytes, double seconds) {
   // A run too short for the clock still gets a finite rate.
@@ -309,7 +303,7 @@ bool GetControls(IFilterGraph* graph, GraphControls* controls, std::ostream& err
 }
 
 int PlayRaw(const PlayOptions& options, CSourceSession& session, std::ostream& out, std::ostream& err,
-            bool showProgress) {
+            ProgressMode progress) {
   IFilterGraph* graph = session.Graph();
 
   ComPtr<IBaseFilter> writer;
@@ -364,15 +358,18 @@ int PlayRaw(const PlayOptions& options, CSourceSession& session, std::ostream& o
     controls.control->Stop();
     return kExitFailure;
   }
+  CStatusLine statusLine(progress, err, session, controls.seeking.Get());
+  auto update = [&] {
+    LONGLONG bytes = 0;
+    const LONGLONG packets = SamplesWritten(counts.Get(), &bytes);
+    statusLine.Update(Written(packets, "packets", bytes));
+  };
+  update();
   const std::string failure = RunToEnd(
-      controls.events.Get(), controls.seeking.Get(), options.seekAt, [] { return false; },
-      [&] {
-        if (showProgress) ShowProgress(err, counts.Get(), controls.seeking.Get());
-      },
-      err);
+      controls.events.Get(), controls.seeking.Get(), options.seekAt, [] { return false; }, update, err);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   controls.control->Stop();
-  if (showProgress) ClearProgress(err);
+  statusLine.Clear();
 
   if (!failure.empty()) {
     err << "brindlet: " << failure << "\n";
@@ -471,7 +468,7 @@ struct AudioSwitch {
 };
 
 int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& out, std::ostream& err,
-            bool showProgress) {
+            ProgressMode progress) {
   IFilterGraph* graph = session.Graph();
   const std::filesystem::path dir(options.out);
   std::error_code error;
@@ -586,22 +583,18 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
     }
   }
 
-  auto totalSamples = [&] {
-    LONGLONG total = 0;
-    for (const StreamWriter& writer : writers) total += SamplesWritten(writer.counts.Get(), nullptr);
-    return total;
+  CStatusLine statusLine(progress, err, session, controls.seeking.Get());
+  auto update = [&] {
+    LONGLONG samples = 0;
+    LONGLONG bytes = 0;
+    for (const StreamWriter& writer : writers) {
+      LONGLONG written = 0;
+      samples += SamplesWritten(writer.counts.Get(), &written);
+      bytes += written;
+    }
+    statusLine.Update(Written(samples, "samples", bytes));
   };
-  auto progress = [&] {
-    LONGLONG position = 0;
-    if (!controls.seeking || FAILED(controls.seeking->GetCurrentPosition(&position))) position = 0;
-    char line[96];
-    std::snprintf(line, sizeof line, "\r%lld samples written, at %.1f s\x1b[K", static_cast<long long>(totalSamples()),
-                  static_cast<double>(position) / kUnitsPerSecond);
-    err << line << std::flush;
-  };
-  CConsoleQuestion question(options.answer, err, [&] {
-    if (showProgress) ClearProgress(err);
-  });
+  CConsoleQuestion question(options.answer, err, [&] { statusLine.Clear(); });
   auto paceWriters = [&](DWORD microseconds) {
     for (const StreamWriter& writer : writers) writer.counts->SetSampleDelay(microseconds);
   };
@@ -631,16 +624,17 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
     controls.control->Stop();
     return kExitFailure;
   }
+  update();
   const std::string failure = RunToEnd(
       controls.events.Get(), controls.seeking.Get(), options.seekAt, [&] { return audio.pending; },
       [&] {
         if (audio.pending) trySwitch();
-        if (showProgress) progress();
+        update();
       },
       err);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   controls.control->Stop();
-  if (showProgress) ClearProgress(err);
+  statusLine.Clear();
 
   if (!failure.empty()) {
     err << "brindlet: " << failure << "\n";
@@ -702,7 +696,7 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
 
 }  // namespace
 
-int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bool showProgress) {
+int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, ProgressMode progress) {
   if (options.file.empty() || options.out.empty() == options.raw.empty()) {
     err << "brindlet: play needs FILE and one of --out DIR or --raw OUT\n";
     return kExitUsage;
@@ -713,6 +707,6 @@ int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bo
   }
   CSourceSession session(options.file, err);
   if (!session.Ok()) return kExitFailure;
-  return options.out.empty() ? PlayRaw(options, session, out, err, showProgress)
-                             : PlayOut(options, session, out, err, showProgress);
+  return options.out.empty() ? PlayRaw(options, session, out, err, progress)
+                             : PlayOut(options, session, out, err, progress);
 }

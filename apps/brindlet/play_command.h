@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "apps/brindlet/status_line.h"
+
 struct PlayOptions {
   std::string file;
   // The player's graph: the demultiplexer behind the pin, wired by the filter
@@ -39,6 +41,6 @@ struct PlayOptions {
 // "T:S" in seconds; false for anything else.
 bool ParseSeekAt(const std::string& text, std::pair<double, double>* seek);
 
-// `showProgress`: a line on `err`, redrawn in place, while the graph runs;
-// meant for a terminal only. The summary goes to `out`.
-int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, bool showProgress);
+// `progress`: the status line on `err` while the graph runs (status_line.h).
+// The summary goes to `out`.
+int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, ProgressMode progress);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <regex>
@@ -50,7 +51,7 @@ PlayRun Play(const std::filesystem::path& in, const std::filesystem::path& out) 
   options.file = in.string();
   options.raw = out.string();
   std::ostringstream stdoutText, stderrText;
-  const int status = RunPlay(options, stdoutText, stderrText, false);
+  const int status = RunPlay(options, stdoutText, stderrText, ProgressMode::Off);
   return {status, stdoutText.str(), stderrText.str()};
 }
 
@@ -190,6 +191,58 @@ TEST(PlayRaw, FailuresAreOneLineAndStatusOne) {
     for (const std::string& piece : c.pieces) EXPECT_NE(run.err.find(piece), std::string::npos) << piece;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
     EXPECT_TRUE(c.out == "/dev/full" || !std::filesystem::exists(c.out)) << "the writer never started";
+  }
+}
+
+// ---- The status line ------------------------------------------------------
+
+// Both forms, as a player's status bar: the position, the filter's own
+// "VIDEOPTS" and "MEDIALEN" asked while it plays, and what was written; off
+// a terminal one line per update, at most ten a second, and none without
+// asking; on a terminal one line redrawn and cleared at the end.
+TEST(PlayStatusLine, CarriesTheFiltersAnswersAtMostTenTimesASecond) {
+  const std::filesystem::path sample = std::filesystem::path(BRINDLET_SOURCE_DIR) / "samples/mpeg2-mp2-ac3.ts";
+  const std::regex line(R"(position \d+\.\d\d s \| VIDEOPTS \d\d:\d\d:\d\d\.\d{3} \| MEDIALEN 00:00:22\.560 \| )"
+                        R"(\d+ (samples|packets), \d+ bytes written)");
+  tsw::ScopedRegistry registry;
+  ASSERT_TRUE(WriteSettingDword("PrefDemux", 0));
+  tsw::TempDir dir;
+  for (const bool raw : {false, true}) {
+    for (const ProgressMode mode : {ProgressMode::Lines, ProgressMode::Terminal, ProgressMode::Off}) {
+      SCOPED_TRACE(std::string(raw ? "raw " : "out ") + std::to_string(static_cast<int>(mode)));
+      PlayOptions options;
+      options.file = sample.string();
+      (raw ? options.raw : options.out) = dir.File(raw ? "out.ts" : "out").string();
+      options.seekAt = {{5, 1}, {10, 3}, {15, 2}};
+      std::ostringstream out, err;
+      const auto began = std::chrono::steady_clock::now();
+      ASSERT_EQ(RunPlay(options, out, err, mode), kExitOk) << err.str();
+      const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+      const std::string text = err.str();
+      if (mode == ProgressMode::Off) {
+        EXPECT_EQ(text, "");
+        continue;
+      }
+      std::vector<std::string> lines;
+      if (mode == ProgressMode::Lines) {
+        std::istringstream in(text);
+        for (std::string l; std::getline(in, l);) lines.push_back(l);
+        EXPECT_EQ(text.back(), '\n');
+      } else {
+        EXPECT_EQ(text.find('\n'), std::string::npos) << "redrawn in place";
+        EXPECT_TRUE(text.ends_with("\r\x1b[K")) << "and taken off at the end";
+        for (std::size_t at = text.find('\r'); at != std::string::npos;) {
+          const std::size_t next = text.find('\r', at + 1);
+          std::string l = text.substr(at + 1, next == std::string::npos ? std::string::npos : next - at - 1);
+          if (l.ends_with("\x1b[K")) l.resize(l.size() - 3);
+          if (!l.empty()) lines.push_back(l);
+          at = next;
+        }
+      }
+      ASSERT_FALSE(lines.empty()) << "the line stands as the graph starts";
+      EXPECT_LE(static_cast<double>(lines.size()), seconds * 10 + 1);
+      for (const std::string& l : lines) EXPECT_TRUE(std::regex_match(l, line)) << l;
+    }
   }
 }
 

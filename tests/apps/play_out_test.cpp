@@ -36,7 +36,7 @@ PlayRun PlayOut(const fs::path& in, const fs::path& dir, std::optional<long> aud
   options.audio = audio;
   options.answer = answer;
   std::ostringstream out, err;
-  const int status = RunPlay(options, out, err, false);
+  const int status = RunPlay(options, out, err, ProgressMode::Off);
   return {status, out.str(), err.str()};
 }
 

@@ -65,7 +65,7 @@ class PlaySeekTest : public ::testing::Test {
     options.file = file.string();
     options.raw = m_Out.string();
     std::ostringstream out, errors;
-    const int status = RunPlay(options, out, errors, false);
+    const int status = RunPlay(options, out, errors, ProgressMode::Off);
     if (err != nullptr) *err = errors.str();
     return status;
   }
