@@ -213,7 +213,6 @@ TEST(PlayStatusLine, CarriesTheFiltersAnswersAtMostTenTimesASecond) {
       PlayOptions options;
       options.file = sample.string();
       (raw ? options.raw : options.out) = dir.File(raw ? "out.ts" : "out").string();
-      options.seekAt = {{5, 1}, {10, 3}, {15, 2}};
       std::ostringstream out, err;
       const auto began = std::chrono::steady_clock::now();
       ASSERT_EQ(RunPlay(options, out, err, mode), kExitOk) << err.str();
