@@ -9,7 +9,7 @@
 #include <span>
 
 #include "analysis/packet_view.h"
-#include "platform/win_types.h"
+#include "platform/win32/win_types.h"
 
 // What the engine needs of the filter that owns the file and the findings.
 // Every call may take the filter lock; the engine is called with the pin

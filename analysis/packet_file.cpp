@@ -1,8 +1,8 @@
 #include "analysis/packet_file.h"
 
 #include "analysis/packet_view.h"
-#include "platform/files.h"
-#include "platform/messages.h"
+#include "platform/win32/files.h"
+#include "platform/win32/messages.h"
 
 CPacketFile::~CPacketFile() { Close(); }
 

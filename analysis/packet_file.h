@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/win_types.h"
+#include "platform/win32/win_types.h"
 
 class CPacketFile {
  public:

@@ -7,7 +7,7 @@
 #include "analysis/audio_track.h"
 #include "analysis/pid_census.h"
 #include "analysis/program_table.h"
-#include "platform/win_types.h"
+#include "platform/win32/win_types.h"
 
 inline constexpr std::uint16_t kKindMpegAudio = 1;
 inline constexpr std::uint16_t kKindAc3Audio = 2;

@@ -13,7 +13,7 @@
 #include "control/settings_store.h"
 #include "delivery/ts_source_filter.h"
 #include "host/media_sample.h"
-#include "platform/com_ptr.h"
+#include "platform/com/com_ptr.h"
 #include "tests/delivery/player_graph.h"
 #include "tests/support/scoped_registry.h"
 #include "tests/support/ts_writer.h"

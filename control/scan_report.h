@@ -3,9 +3,9 @@
 // filter answers it after its contract interfaces.
 #pragma once
 
-#include "platform/guid.h"
-#include "platform/unknwn.h"
-#include "platform/win_types.h"
+#include "platform/com/guid.h"
+#include "platform/com/unknwn.h"
+#include "platform/win32/win_types.h"
 
 inline constexpr IID IID_ITsScanReport =
     MakeGuid(0x5B2E7C41, 0x9D3A, 0x4F61, 0xB8, 0x0C, 0x2E, 0x71, 0x94, 0xA6, 0x3D, 0x58);

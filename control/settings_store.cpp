@@ -4,7 +4,7 @@
 #include <strings.h>
 #include <vector>
 
-#include "platform/registry.h"
+#include "platform/win32/registry.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/win_types.h"
+#include "platform/win32/win_types.h"
 
 inline constexpr char kSettingsKey[] = "Software\\Caldrovia\\Brindlet";
 

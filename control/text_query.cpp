@@ -4,8 +4,8 @@
 #include <cwchar>
 #include <cwctype>
 
-#include "platform/codepage.h"
-#include "platform/com_memory.h"
+#include "platform/win32/codepage.h"
+#include "platform/com/com_memory.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "analysis/pid_census.h"
 #include "host/critical_section.h"
-#include "platform/win_types.h"
+#include "platform/win32/win_types.h"
 
 inline constexpr std::size_t kMaxAnswerLength = 40;
 inline constexpr int kH264LogLines = 20;

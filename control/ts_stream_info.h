@@ -3,9 +3,9 @@
 // covers everything else.
 #pragma once
 
-#include "platform/guid.h"
-#include "platform/unknwn.h"
-#include "platform/win_types.h"
+#include "platform/com/guid.h"
+#include "platform/com/unknwn.h"
+#include "platform/win32/win_types.h"
 
 inline constexpr IID IID_ITsStreamInfo =
     MakeGuid(0xE0F3EC1F, 0x837F, 0x403A, 0xA2, 0x5E, 0x20, 0xE3, 0x8A, 0xCD, 0xDA, 0x36);

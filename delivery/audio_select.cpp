@@ -8,9 +8,9 @@
 #include "control/settings_store.h"
 #include "delivery/media_types.h"
 #include "delivery/ts_source_filter.h"
-#include "platform/codepage.h"
-#include "platform/com_memory.h"
-#include "platform/messages.h"
+#include "platform/win32/codepage.h"
+#include "platform/com/com_memory.h"
+#include "platform/win32/messages.h"
 
 namespace {
 

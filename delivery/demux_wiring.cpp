@@ -2,8 +2,8 @@
 // the filter's own media types, and the PID maps of the chosen tracks.
 #include "delivery/media_types.h"
 #include "delivery/ts_source_filter.h"
-#include "platform/com_ptr.h"
-#include "platform/mpeg2_demux.h"
+#include "platform/com/com_ptr.h"
+#include "platform/graph/mpeg2_demux.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <mutex>
 
-#include "platform/media_formats.h"
+#include "platform/graph/media_formats.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "analysis/video_header.h"
 #include "host/media_type.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 inline constexpr GUID MEDIASUBTYPE_AVC1 =
     MakeGuid(0x31435641, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);

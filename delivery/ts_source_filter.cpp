@@ -7,10 +7,10 @@
 #include <new>
 
 #include "control/settings_store.h"
-#include "platform/codepage.h"
-#include "platform/com_memory.h"
-#include "platform/objbase.h"
-#include "platform/rot.h"
+#include "platform/win32/codepage.h"
+#include "platform/com/com_memory.h"
+#include "platform/com/objbase.h"
+#include "platform/com/rot.h"
 #include <unistd.h>
 
 CUnknown* CTsSourceFilter::CreateInstance(IUnknown* outer, HRESULT* result) {

@@ -59,7 +59,7 @@
 #include "host/critical_section.h"
 #include "host/media_type.h"
 #include "host/source.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 
 // Divisor of the first duration estimate: bytes per second of a typical

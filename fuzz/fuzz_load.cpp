@@ -16,8 +16,8 @@
 #include "control/settings_store.h"
 #include "delivery/ts_source_filter.h"
 #include "host/media_sample.h"
-#include "platform/com_memory.h"
-#include "platform/messages.h"
+#include "platform/com/com_memory.h"
+#include "platform/win32/messages.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "host/cunknown.h"
 #include "host/media_sample.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 inline constexpr HRESULT VFW_E_ALREADY_COMMITTED = MakeHResult(0x8004020Fu);
 inline constexpr HRESULT VFW_E_BUFFERS_OUTSTANDING = MakeHResult(0x80040210u);

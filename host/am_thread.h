@@ -10,7 +10,7 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/win_types.h"
+#include "platform/win32/win_types.h"
 
 class CAMThread {
  public:

@@ -4,7 +4,7 @@
 #include <new>
 
 #include "host/base_pin.h"
-#include "platform/com_memory.h"
+#include "platform/com/com_memory.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "host/critical_section.h"
 #include "host/cunknown.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 class CBasePin;
 

@@ -5,7 +5,7 @@
 
 #include "host/allocator.h"
 #include "host/base_filter.h"
-#include "platform/com_memory.h"
+#include "platform/com/com_memory.h"
 
 namespace {
 

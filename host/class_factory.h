@@ -6,7 +6,7 @@
 #include <span>
 
 #include "host/cunknown.h"
-#include "platform/objbase.h"
+#include "platform/com/objbase.h"
 
 using LPFNNewCOMObject = CUnknown* (*)(IUnknown* outer, HRESULT* result);
 using LPFNInitRoutine = void (*)(BOOL loading, const CLSID* clsid);

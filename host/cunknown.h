@@ -5,7 +5,7 @@
 
 #include <atomic>
 
-#include "platform/unknwn.h"
+#include "platform/com/unknwn.h"
 
 struct INonDelegatingUnknown {
   virtual HRESULT STDMETHODCALLTYPE NonDelegatingQueryInterface(REFIID riid, void** ppv) = 0;

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <memory>
 
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 class CMediaSample : public IMediaSample {
  public:

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 class CMediaType {
  public:

@@ -11,7 +11,7 @@
 #include <atomic>
 
 #include "host/critical_section.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 class CSourceSeeking : public IMediaSeeking {
  public:

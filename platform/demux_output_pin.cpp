@@ -4,8 +4,8 @@
 #include <cstring>
 #include <cwchar>
 
-#include "platform/com_memory.h"
-#include "platform/graph_plumbing.h"
+#include "platform/com/com_memory.h"
+#include "platform/graph/graph_plumbing.h"
 #include "platform/memory_sample.h"
 #include "platform/mpeg2_demultiplexer.h"
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/mpeg2_demux.h"
-#include "platform/strmif.h"
+#include "platform/graph/mpeg2_demux.h"
+#include "platform/graph/strmif.h"
 
 namespace platform_internal {
 

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <memory>
 
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 namespace platform_internal {
 

@@ -4,7 +4,7 @@
 #include <cwchar>
 #include <utility>
 
-#include "platform/graph_plumbing.h"
+#include "platform/graph/graph_plumbing.h"
 
 namespace platform_internal {
 

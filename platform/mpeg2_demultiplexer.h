@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "platform/demux_output_pin.h"
-#include "platform/mpeg2_demux.h"
+#include "platform/graph/mpeg2_demux.h"
 #include "platform/pes_reassembler.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 namespace platform_internal {
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/graph_plumbing.h"
+#include "platform/graph/graph_plumbing.h"
 
 namespace platform_internal {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "platform/sink_filters.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 namespace platform_internal {
 

@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "platform/codepage.h"
-#include "platform/files.h"
-#include "platform/graph_plumbing.h"
+#include "platform/win32/codepage.h"
+#include "platform/win32/files.h"
+#include "platform/graph/graph_plumbing.h"
 #include "platform/sink_filter_base.h"
 #include "platform/write_behind.h"
 

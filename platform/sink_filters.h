@@ -20,9 +20,9 @@
 // every byte taken.
 #pragma once
 
-#include "platform/guid.h"
-#include "platform/strmif.h"
-#include "platform/unknwn.h"
+#include "platform/com/guid.h"
+#include "platform/graph/strmif.h"
+#include "platform/com/unknwn.h"
 
 inline constexpr CLSID CLSID_NullRenderer =
     MakeGuid(0xD4B0C261, 0xC86F, 0x44D5, 0xA0, 0xDD, 0x91, 0xBC, 0x41, 0xF3, 0xA3, 0x5D);

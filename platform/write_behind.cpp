@@ -4,7 +4,7 @@
 #include <cstring>
 #include <system_error>
 
-#include "platform/files.h"
+#include "platform/win32/files.h"
 
 namespace platform_internal {
 

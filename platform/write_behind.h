@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/win_types.h"
+#include "platform/win32/win_types.h"
 
 namespace platform_internal {
 

@@ -10,7 +10,7 @@
 
 #include "apps/brindlet/query_command.h"
 #include "apps/brindlet/source_session.h"
-#include "platform/codepage.h"
+#include "platform/win32/codepage.h"
 
 namespace fs = std::filesystem;
 

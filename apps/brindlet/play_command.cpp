@@ -13,12 +13,12 @@
 #include "apps/brindlet/source_session.h"
 #include "apps/brindlet/status_line.h"
 #include "control/settings_store.h"
-#include "platform/codepage.h"
-#include "platform/com_memory.h"
-#include "platform/control.h"
-#include "platform/messages.h"
-#include "platform/mpeg2_demux.h"
-#include "platform/objbase.h"
+#include "platform/win32/codepage.h"
+#include "platform/com/com_memory.h"
+#include "platform/graph/control.h"
+#include "platform/win32/messages.h"
+#include "platform/graph/mpeg2_demux.h"
+#include "platform/com/objbase.h"
 #include "platform/sink_filters.h"
 
 namespace {

@@ -6,10 +6,10 @@
 #include <filesystem>
 
 #include "control/brindlet_ids.h"
-#include "platform/objbase.h"
-#include "platform/codepage.h"
-#include "platform/com_memory.h"
-#include "platform/files.h"
+#include "platform/com/objbase.h"
+#include "platform/win32/codepage.h"
+#include "platform/com/com_memory.h"
+#include "platform/win32/files.h"
 
 std::string DescribeWin32Error(unsigned long error) {
   switch (error) {

@@ -8,8 +8,8 @@
 
 #include "control/scan_report.h"
 #include "control/ts_stream_info.h"
-#include "platform/com_ptr.h"
-#include "platform/strmif.h"
+#include "platform/com/com_ptr.h"
+#include "platform/graph/strmif.h"
 
 class CSourceSession {
  public:

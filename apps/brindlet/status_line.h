@@ -10,7 +10,7 @@
 #include <string>
 
 #include "apps/brindlet/source_session.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 enum class ProgressMode { Off, Terminal, Lines };
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "analysis/packet_view.h"
-#include "platform/messages.h"
+#include "platform/win32/messages.h"
 #include "tests/support/ts_writer.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "apps/brindlet/query_command.h"
-#include "platform/codepage.h"
+#include "platform/win32/codepage.h"
 #include "tests/support/process.h"
 #include "tests/support/ts_writer.h"
 

@@ -6,7 +6,7 @@
 
 #include "apps/brindlet/query_command.h"
 #include "apps/brindlet/settings_command.h"
-#include "platform/registry.h"
+#include "platform/win32/registry.h"
 #include "tests/support/scoped_registry.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <map>
 
-#include "platform/com_memory.h"
+#include "platform/com/com_memory.h"
 
 namespace {
 

@@ -5,12 +5,12 @@
 #include <map>
 
 #include "control/settings_store.h"
-#include "platform/codepage.h"
-#include "platform/com_memory.h"
-#include "platform/mpeg2_demux.h"
-#include "platform/messages.h"
-#include "platform/graph_plumbing.h"
-#include "platform/objbase.h"
+#include "platform/win32/codepage.h"
+#include "platform/com/com_memory.h"
+#include "platform/graph/mpeg2_demux.h"
+#include "platform/win32/messages.h"
+#include "platform/graph/graph_plumbing.h"
+#include "platform/com/objbase.h"
 #include "tests/delivery/filter_probe.h"
 #include "tests/support/capture_pin.h"
 #include "tests/support/scoped_registry.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/messages.h"
+#include "platform/win32/messages.h"
 #include "tests/delivery/filter_probe.h"
 #include "tests/support/ts_writer.h"
 

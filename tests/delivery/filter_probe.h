@@ -10,7 +10,7 @@
 #include <string>
 
 #include "delivery/ts_source_filter.h"
-#include "platform/com_memory.h"
+#include "platform/com/com_memory.h"
 #include "tests/support/capture_pin.h"
 #include "tests/support/ts_writer.h"
 

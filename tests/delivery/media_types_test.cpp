@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "platform/media_formats.h"
+#include "platform/graph/media_formats.h"
 
 namespace {
 

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/com_ptr.h"
-#include "platform/control.h"
-#include "platform/graph_plumbing.h"
-#include "platform/mpeg2_demux.h"
-#include "platform/objbase.h"
+#include "platform/com/com_ptr.h"
+#include "platform/graph/control.h"
+#include "platform/graph/graph_plumbing.h"
+#include "platform/graph/mpeg2_demux.h"
+#include "platform/com/objbase.h"
 #include "platform/sink_filters.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 class CPlayerGraph {
  public:

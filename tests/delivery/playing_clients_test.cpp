@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/com_ptr.h"
-#include "platform/messages.h"
+#include "platform/com/com_ptr.h"
+#include "platform/win32/messages.h"
 #include "tests/delivery/filter_probe.h"
 #include "tests/delivery/player_graph.h"
 #include "tests/support/deadline.h"

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "platform/messages.h"
+#include "platform/win32/messages.h"
 #include "tests/delivery/filter_probe.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <thread>
 
 #include "control/settings_store.h"
-#include "platform/com_ptr.h"
-#include "platform/messages.h"
+#include "platform/com/com_ptr.h"
+#include "platform/win32/messages.h"
 #include "tests/delivery/filter_probe.h"
 #include "tests/support/capture_pin.h"
 #include "tests/support/scoped_registry.h"

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "control/settings_store.h"
-#include "platform/messages.h"
+#include "platform/win32/messages.h"
 #include "tests/delivery/filter_probe.h"
 #include "tests/support/scoped_registry.h"
 #include "tests/support/ts_writer.h"

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "delivery/media_types.h"
-#include "platform/messages.h"
+#include "platform/win32/messages.h"
 #include "tests/delivery/filter_probe.h"
 #include "tests/support/process.h"
 #include "tests/support/ts_writer.h"

@@ -1,11 +1,11 @@
-#include "platform/codepage.h"
+#include "platform/win32/codepage.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "platform/files.h"
+#include "platform/win32/files.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "platform/com_ptr.h"
+#include "platform/com/com_ptr.h"
 
 #include <gtest/gtest.h>
 
 #include <utility>
 
-#include "platform/unknwn.h"
+#include "platform/com/unknwn.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/objbase.h"
+#include "platform/com/objbase.h"
 
 #include <gtest/gtest.h>
 
@@ -6,11 +6,11 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/control.h"
-#include "platform/files.h"
-#include "platform/registry.h"
+#include "platform/graph/control.h"
+#include "platform/win32/files.h"
+#include "platform/win32/registry.h"
 #include "platform/sink_filters.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 #include "tests/platform/test_module.h"
 #include "tests/support/scoped_registry.h"
 

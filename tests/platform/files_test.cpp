@@ -1,4 +1,4 @@
-#include "platform/files.h"
+#include "platform/win32/files.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

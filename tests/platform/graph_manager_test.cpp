@@ -4,10 +4,10 @@
 #include <thread>
 #include <vector>
 
-#include "platform/control.h"
-#include "platform/objbase.h"
+#include "platform/graph/control.h"
+#include "platform/com/objbase.h"
 #include "platform/sink_filters.h"
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 #include "tests/platform/test_push_source.h"
 
 namespace {

@@ -1,10 +1,10 @@
-#include "platform/guid.h"
+#include "platform/com/guid.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/unknwn.h"
+#include "platform/com/unknwn.h"
 
 namespace {
 

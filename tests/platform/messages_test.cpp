@@ -1,4 +1,4 @@
-#include "platform/messages.h"
+#include "platform/win32/messages.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/files.h"
+#include "platform/win32/files.h"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <utility>
 #include <vector>
 
-#include "platform/com_memory.h"
-#include "platform/control.h"
-#include "platform/graph_plumbing.h"
-#include "platform/objbase.h"
+#include "platform/com/com_memory.h"
+#include "platform/graph/control.h"
+#include "platform/graph/graph_plumbing.h"
+#include "platform/com/objbase.h"
 #include "platform/sink_filters.h"
 #include "tests/platform/pes_packets.h"
 #include "tests/platform/test_push_source.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/registry.h"
+#include "platform/win32/registry.h"
 
 int main(int argc, char** argv) {
   if (argc != 3) {

@@ -1,11 +1,11 @@
-#include "platform/rot.h"
+#include "platform/com/rot.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
 
-#include "platform/com_memory.h"
+#include "platform/com/com_memory.h"
 
 namespace {
 

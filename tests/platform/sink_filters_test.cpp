@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "platform/com_memory.h"
-#include "platform/control.h"
-#include "platform/files.h"
-#include "platform/objbase.h"
+#include "platform/com/com_memory.h"
+#include "platform/graph/control.h"
+#include "platform/win32/files.h"
+#include "platform/com/objbase.h"
 #include "tests/platform/test_push_source.h"
 #include "tests/support/ts_reader.h"
 #include "tests/support/ts_writer.h"

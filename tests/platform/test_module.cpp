@@ -4,7 +4,7 @@
 
 #include <atomic>
 
-#include "platform/objbase.h"
+#include "platform/com/objbase.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // that the COM runtime tests load with dlopen.
 #pragma once
 
-#include "platform/guid.h"
-#include "platform/unknwn.h"
+#include "platform/com/guid.h"
+#include "platform/com/unknwn.h"
 
 inline constexpr CLSID CLSID_TestModuleObject =
     MakeGuid(0x15288F39, 0xE2BD, 0x4E89, 0x9D, 0x81, 0xB9, 0x80, 0x2B, 0xCE, 0xA1, 0x3C);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cwchar>
 
-#include "platform/graph_plumbing.h"
+#include "platform/graph/graph_plumbing.h"
 #include "platform/memory_sample.h"
 
 ComPtr<IMediaSample> MakeSample(std::span<const BYTE> bytes) {

@@ -12,9 +12,9 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/control.h"
-#include "platform/objbase.h"
-#include "platform/strmif.h"
+#include "platform/graph/control.h"
+#include "platform/com/objbase.h"
+#include "platform/graph/strmif.h"
 
 struct TestSourceOptions {
   int samples = 0;

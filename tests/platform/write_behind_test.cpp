@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/files.h"
+#include "platform/win32/files.h"
 #include "tests/support/ts_reader.h"
 #include "tests/support/ts_writer.h"
 

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/strmif.h"
+#include "platform/graph/strmif.h"
 
 namespace tsw {
 
