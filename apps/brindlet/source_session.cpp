@@ -6,7 +6,9 @@
 #include <filesystem>
 
 #include "control/brindlet_ids.h"
+#include "filters/sinks/sink_filters.h"
 #include "platform/com/objbase.h"
+#include "platform/graph/mpeg2_demux.h"
 #include "platform/win32/codepage.h"
 #include "platform/com/com_memory.h"
 #include "platform/win32/files.h"
@@ -28,16 +30,38 @@ std::string DescribeWin32Error(unsigned long error) {
   }
 }
 
+namespace {
+
+// The platform's own filters ship as modules of their own; a build puts them
+// beside the tool, where a missing one is simply not registered.
+void RegisterPlatformFiltersIn(const std::filesystem::path& dir) {
+  const struct {
+    const CLSID* clsid;
+    const char* module;
+  } kFilters[] = {
+      {&CLSID_MPEG2Demultiplexer, "Mpeg2Demux.ax"},
+      {&CLSID_NullRenderer, "Sinks.ax"},
+      {&CLSID_StreamFileWriter, "Sinks.ax"},
+  };
+  for (const auto& filter : kFilters) {
+    std::error_code error;
+    const std::filesystem::path path = dir / filter.module;
+    if (std::filesystem::is_regular_file(path, error)) PlatformRegisterInprocServer(*filter.clsid, path.c_str());
+  }
+}
+
+}  // namespace
+
 std::string RegisterModuleForProcess() {
   std::filesystem::path module;
+  std::error_code error;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (!error) RegisterPlatformFiltersIn(self.parent_path());
   if (const char* named = std::getenv("BRINDLET_MODULE"); named != nullptr && *named != '\0') {
     module = named;
-  } else {
-    std::error_code error;
-    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error) module = self.parent_path() / "Brindlet.ax";
+  } else if (!error) {
+    module = self.parent_path() / "Brindlet.ax";
   }
-  std::error_code error;
   if (module.empty() || !std::filesystem::is_regular_file(module, error)) return {};
   PlatformRegisterInprocServer(CLSID_BrindletSource, module.c_str());
   return module.string();

@@ -35,7 +35,8 @@ class CSourceSession {
 };
 
 // Makes the module beside the tool (or the one BRINDLET_MODULE names) the
-// filter's server for this process, so that no registration is needed.
+// filter's server for this process, so that no registration is needed, and
+// the platform's filter modules beside the tool the servers of theirs.
 // Returns the path used, empty if none was found.
 std::string RegisterModuleForProcess();
 

@@ -3,15 +3,12 @@
 #include "platform/graph/graph_manager.h"
 #include "platform/mpeg2_demultiplexer.h"
 #include "platform/graph/reference_clock.h"
-#include "platform/sink_filters.h"
 #include "platform/graph/strmif.h"
 
 std::span<const PlatformClass> PlatformClasses() {
   static const PlatformClass kClasses[] = {
       {CLSID_FilterGraph, platform_internal::CreateFilterGraph},
       {CLSID_SystemClock, platform_internal::CreateSystemClock},
-      {CLSID_NullRenderer, platform_internal::CreateNullRenderer},
-      {CLSID_StreamFileWriter, platform_internal::CreateStreamFileWriter},
       {CLSID_MPEG2Demultiplexer, platform_internal::CreateMpeg2Demultiplexer},
   };
   return kClasses;

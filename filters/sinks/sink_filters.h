@@ -1,7 +1,8 @@
 // The platform's two sinks: a null renderer that takes samples and drops
 // them, and a stream file writer that appends every sample's bytes to a file.
 // Both count what they receive, end the graph's playback through
-// EC_COMPLETE, and are made with CoCreateInstance.
+// EC_COMPLETE, and are made with CoCreateInstance from the module Sinks.ax.
+// This header is what a program needs of them: class ids and interfaces.
 //
 // Each is a renderer (IAMFilterMiscFlags) with one input pin "In" (IPin,
 // IMemInputPin) that accepts MEDIATYPE_Stream of any subtype, or any type
@@ -50,10 +51,3 @@ struct IStreamSinkControl : public IUnknown {
   ~IStreamSinkControl() = default;
 };
 
-namespace platform_internal {
-
-// The classes' creation functions for the platform's class table.
-HRESULT CreateNullRenderer(IUnknown* outer, REFIID riid, void** ppv);
-HRESULT CreateStreamFileWriter(IUnknown* outer, REFIID riid, void** ppv);
-
-}  // namespace platform_internal

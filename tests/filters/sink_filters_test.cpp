@@ -1,4 +1,4 @@
-#include "platform/sink_filters.h"
+#include "filters/sinks/sink_filters.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

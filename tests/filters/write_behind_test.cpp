@@ -1,4 +1,4 @@
-#include "platform/write_behind.h"
+#include "filters/sinks/write_behind.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -12,7 +12,6 @@
 
 namespace {
 
-using platform_internal::CWriteBehind;
 
 constexpr std::size_t kChunk = CWriteBehind::kChunkBytes;
 

@@ -1,12 +1,10 @@
-#include "platform/write_behind.h"
+#include "filters/sinks/write_behind.h"
 
 #include <algorithm>
 #include <cstring>
 #include <system_error>
 
 #include "platform/win32/files.h"
-
-namespace platform_internal {
 
 namespace {
 
@@ -123,4 +121,3 @@ void CWriteBehind::WriterLoop() {
   }
 }
 
-}  // namespace platform_internal

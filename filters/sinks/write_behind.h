@@ -17,8 +17,6 @@
 
 #include "platform/win32/win_types.h"
 
-namespace platform_internal {
-
 class CWriteBehind {
  public:
   static constexpr std::size_t kChunkBytes = 1 << 20;
@@ -56,4 +54,3 @@ class CWriteBehind {
   std::thread m_Thread;                      // the producer's
 };
 
-}  // namespace platform_internal
