@@ -19,7 +19,7 @@
 #include "platform/win32/messages.h"
 #include "platform/graph/mpeg2_demux.h"
 #include "platform/com/objbase.h"
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "control/brindlet_ids.h"
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 #include "platform/com/objbase.h"
 #include "platform/graph/mpeg2_demux.h"
 #include "platform/win32/codepage.h"

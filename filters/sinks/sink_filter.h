@@ -8,7 +8,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 #include "host/base_filter.h"
 #include "host/base_input_pin.h"
 

@@ -13,7 +13,7 @@
 #include "platform/graph/graph_plumbing.h"
 #include "platform/graph/mpeg2_demux.h"
 #include "platform/com/objbase.h"
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 #include "platform/graph/strmif.h"
 
 class CPlayerGraph {

@@ -1,4 +1,4 @@
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

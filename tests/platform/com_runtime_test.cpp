@@ -9,7 +9,7 @@
 #include "platform/graph/control.h"
 #include "platform/win32/files.h"
 #include "platform/win32/registry.h"
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 #include "platform/graph/strmif.h"
 #include "tests/platform/test_module.h"
 #include "tests/support/scoped_registry.h"

@@ -6,7 +6,7 @@
 
 #include "platform/graph/control.h"
 #include "platform/com/objbase.h"
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 #include "platform/graph/strmif.h"
 #include "tests/platform/test_push_source.h"
 

@@ -17,7 +17,7 @@
 #include "platform/graph/control.h"
 #include "platform/graph/graph_plumbing.h"
 #include "platform/com/objbase.h"
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 #include "tests/platform/pes_packets.h"
 #include "tests/platform/test_push_source.h"
 #include "tests/support/capture_pin.h"

@@ -2,7 +2,7 @@
 // of this build for the program's process before main runs, as the tool
 // registers those beside it, so that CoCreateInstance finds them by class id
 // through dlopen like any in-process server.
-#include "filters/sinks/sink_filters.h"
+#include "platform/graph/stream_sinks.h"
 #include "platform/com/objbase.h"
 #include "platform/graph/mpeg2_demux.h"
 
