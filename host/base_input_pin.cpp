@@ -62,6 +62,10 @@ STDMETHODIMP CBaseInputPin::ReceiveMultiple(IMediaSample** samples, LONG count, 
   return hr;
 }
 
+STDMETHODIMP CBaseInputPin::Connect(IPin* receivePin, const AM_MEDIA_TYPE*) {
+  return receivePin == nullptr ? E_POINTER : VFW_E_INVALID_DIRECTION;
+}
+
 STDMETHODIMP CBaseInputPin::BeginFlush() {
   m_Flushing.store(true, std::memory_order_release);
   return S_OK;

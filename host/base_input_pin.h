@@ -36,7 +36,9 @@ class CBaseInputPin : public CBasePin, public IMemInputPin {
   STDMETHODIMP ReceiveMultiple(IMediaSample** samples, LONG count, LONG* processed) override;
   STDMETHODIMP ReceiveCanBlock() override { return S_OK; }
 
-  // IPin: the flush brackets set and clear the flushing flag.
+  // IPin: an input pin waits for the output pin to drive the connection.
+  STDMETHODIMP Connect(IPin* receivePin, const AM_MEDIA_TYPE* type) override;
+  // The flush brackets set and clear the flushing flag.
   STDMETHODIMP BeginFlush() override;
   STDMETHODIMP EndFlush() override;
 

@@ -17,10 +17,6 @@ HRESULT CSinkInputPin::CheckMediaType(const CMediaType* type) {
   return m_Sink->AcceptsLocked(type->Type()) ? S_OK : S_FALSE;
 }
 
-STDMETHODIMP CSinkInputPin::Connect(IPin* receivePin, const AM_MEDIA_TYPE*) {
-  return receivePin == nullptr ? E_POINTER : VFW_E_INVALID_DIRECTION;
-}
-
 STDMETHODIMP CSinkInputPin::EndOfStream() {
   CSinkFilter& f = *m_Sink;
   std::lock_guard<std::mutex> guard(f.m_ReceiveLock);

@@ -19,8 +19,6 @@ class CSinkInputPin final : public CBaseInputPin {
   CSinkInputPin(CSinkFilter* filter, CCritSec* stateLock, HRESULT* result);
 
   HRESULT CheckMediaType(const CMediaType* type) override;
-  // An input pin waits for the output pin to drive the connection.
-  STDMETHODIMP Connect(IPin* receivePin, const AM_MEDIA_TYPE* type) override;
   STDMETHODIMP EndOfStream() override;
   STDMETHODIMP BeginFlush() override;
   STDMETHODIMP EndFlush() override;

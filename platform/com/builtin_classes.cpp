@@ -1,7 +1,6 @@
 #include "platform/com/builtin_classes.h"
 
 #include "platform/graph/graph_manager.h"
-#include "platform/mpeg2_demultiplexer.h"
 #include "platform/graph/reference_clock.h"
 #include "platform/graph/strmif.h"
 
@@ -9,7 +8,6 @@ std::span<const PlatformClass> PlatformClasses() {
   static const PlatformClass kClasses[] = {
       {CLSID_FilterGraph, platform_internal::CreateFilterGraph},
       {CLSID_SystemClock, platform_internal::CreateSystemClock},
-      {CLSID_MPEG2Demultiplexer, platform_internal::CreateMpeg2Demultiplexer},
   };
   return kClasses;
 }

@@ -81,18 +81,9 @@ class CEnumSnapshot final : public IEnum {
   std::atomic<ULONG> m_RefCount{0};
 };
 
-// An IEnumMediaTypes with nothing in it, for pins that prefer no type.
-HRESULT CreateEmptyMediaTypeEnum(IEnumMediaTypes** types);
-
-// A copy for a caller: the format block through CoTaskMemAlloc, pUnk with a
-// reference. E_OUTOFMEMORY leaves `target` zeroed.
-HRESULT CopyMediaTypeTo(const AM_MEDIA_TYPE& source, AM_MEDIA_TYPE* target);
-
-// Frees what CopyMediaTypeTo gave and zeroes the type.
+// Frees a type's format block and pUnk, as a caller of
+// ConnectionMediaType must, and zeroes the type.
 void ClearMediaType(AM_MEDIA_TYPE* type);
-
-// A wide string in task memory, for the caller to free.
-HRESULT CopyWideString(const std::wstring& text, LPWSTR* out);
 
 // `iid` on the object, or null. (A ComPtr filled through PutVoid holds the
 // pointer only once the full expression has ended, so conditions use this.)
@@ -116,13 +107,5 @@ ComPtr<IBaseFilter> OwnerOf(IPin* pin);
 ComPtr<IPin> PeerOf(IPin* pin);
 
 bool IsOutputPin(IPin* pin);
-
-// The answers an input pin gives about its connection, for pins whose filter
-// keeps the peer and the type under `lock`.
-HRESULT DisconnectInput(std::mutex& lock, const FILTER_STATE& state, ComPtr<IPin>& peer, AM_MEDIA_TYPE& type);
-HRESULT ConnectedPeer(std::mutex& lock, const ComPtr<IPin>& peer, IPin** pin);
-HRESULT ConnectedType(std::mutex& lock, const ComPtr<IPin>& peer, const AM_MEDIA_TYPE& type, AM_MEDIA_TYPE* out);
-HRESULT InputPinInfo(IBaseFilter* filter, const wchar_t* name, PIN_INFO* info);
-HRESULT InputDirection(PIN_DIRECTION* direction);
 
 }  // namespace platform_internal

@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <cwchar>
 
+#include "host/media_sample.h"
 #include "platform/graph/graph_plumbing.h"
-#include "platform/memory_sample.h"
 
 ComPtr<IMediaSample> MakeSample(std::span<const BYTE> bytes) {
-  ComPtr<IMediaSample> sample(
-      new platform_internal::CMemorySample(static_cast<LONG>(bytes.size())));
+  ComPtr<IMediaSample> sample(new CMediaSample(static_cast<LONG>(bytes.size())));
   BYTE* data = nullptr;
   sample->GetPointer(&data);
   std::copy(bytes.begin(), bytes.end(), data);

@@ -10,13 +10,9 @@ namespace {
 
 struct CRegisterPlatformFilters {
   CRegisterPlatformFilters() {
-#ifdef BRINDLET_SINKS_MODULE
     PlatformRegisterInprocServer(CLSID_NullRenderer, BRINDLET_SINKS_MODULE);
     PlatformRegisterInprocServer(CLSID_StreamFileWriter, BRINDLET_SINKS_MODULE);
-#endif
-#ifdef BRINDLET_MPEG2_DEMUX_MODULE
     PlatformRegisterInprocServer(CLSID_MPEG2Demultiplexer, BRINDLET_MPEG2_DEMUX_MODULE);
-#endif
   }
 } const g_Registered;
 

@@ -1,4 +1,4 @@
-#include "platform/pes_reassembler.h"
+#include "filters/mpeg2_demux/pes_reassembler.h"
 
 #include <gtest/gtest.h>
 
@@ -7,15 +7,10 @@
 #include <random>
 #include <vector>
 
-#include "tests/platform/pes_packets.h"
+#include "tests/filters/pes_packets.h"
 
 namespace {
 
-using platform_internal::CPesReassembler;
-using platform_internal::kTsPacketSize;
-using platform_internal::ParseTsPacket;
-using platform_internal::PesPacket;
-using platform_internal::TsPacket;
 using namespace pes_packets;
 
 constexpr std::uint16_t kPid = 0x100;
@@ -244,11 +239,11 @@ TEST(PesTimeStamp, ReadsAll33BitsAndChecksMarkers) {
   for (const std::uint64_t value : {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{0x100000000},
                                     std::uint64_t{0x1FFFFFFFF}, std::uint64_t{0x0AAAAAAAA}}) {
     const auto bytes = tsw::EncodePts(value);
-    EXPECT_EQ(platform_internal::ReadTimeStamp(bytes), value);
+    EXPECT_EQ(ReadTimeStamp(bytes), value);
     for (const std::size_t marker : {0, 2, 4}) {
       auto broken = bytes;
       broken[marker] &= 0xFE;
-      EXPECT_FALSE(platform_internal::ReadTimeStamp(broken).has_value());
+      EXPECT_FALSE(ReadTimeStamp(broken).has_value());
     }
   }
 }

@@ -1,12 +1,9 @@
-#include "platform/mpeg2_demultiplexer.h"
+#include "filters/mpeg2_demux/mpeg2_demultiplexer.h"
 
 #include <algorithm>
-#include <cwchar>
+#include <new>
+#include <string>
 #include <utility>
-
-#include "platform/graph/graph_plumbing.h"
-
-namespace platform_internal {
 
 namespace {
 
@@ -79,9 +76,9 @@ void CMpeg2Demultiplexer::DeliverPes(std::uint16_t pid, const PesPacket& pes) {
   if (route.pin == nullptr || route.content != MEDIA_ELEMENTARY_STREAM) return;
   if (pes.pts) {
     const REFERENCE_TIME start = TimeOf(*pes.pts);
-    route.pin->Deliver(pes.payload, &start, true, pes.discontinuity);
+    route.pin->DeliverPayload(pes.payload, &start, true, pes.discontinuity);
   } else {
-    route.pin->Deliver(pes.payload, nullptr, false, pes.discontinuity);
+    route.pin->DeliverPayload(pes.payload, nullptr, false, pes.discontinuity);
   }
 }
 
@@ -102,239 +99,153 @@ REFERENCE_TIME CMpeg2Demultiplexer::TimeOf(std::uint64_t pts) {
 }
 
 HRESULT CMpeg2Demultiplexer::ReceiveGate() {
+  if (const HRESULT streaming = m_Input.CheckStreaming(); streaming != S_OK) return streaming;
   const std::uint64_t version = m_StreamVersion.load(std::memory_order_acquire);
   if (version != m_SeenVersion) {
-    std::lock_guard<std::mutex> guard(m_Lock);
-    if (m_State == State_Stopped) {
-      m_SeenGate = VFW_E_WRONG_STATE;
-    } else if (m_Flushing) {
-      m_SeenGate = S_FALSE;
-    } else if (!m_InputPeer) {
-      m_SeenGate = VFW_E_NOT_CONNECTED;
-    } else {
-      m_SeenGate = S_OK;
-    }
+    CAutoLock lock(&m_StateLockStorage);
     m_SeenRoutes = m_PublishedRoutes;
     m_SeenVersion = m_StreamVersion.load(std::memory_order_relaxed);
   }
-  return m_SeenGate;
+  return S_OK;
 }
 
-void CMpeg2Demultiplexer::ResetStreamLocked() {
+void CMpeg2Demultiplexer::DropPartialPes() {
   m_Carry.clear();
   for (Assembly& assembly : m_Assemblies) {
     if (assembly.assembler) assembly.assembler->Reset();
   }
-  std::lock_guard<std::mutex> guard(m_Lock);
+}
+
+void CMpeg2Demultiplexer::ResetStreamLocked() {
+  DropPartialPes();
+  CAutoLock lock(&m_StateLockStorage);
   for (CDemuxOutputPin* pin : OutputsLocked()) pin->Restart();
 }
 
 // ---- The filter ----
 
-CMpeg2Demultiplexer::CMpeg2Demultiplexer()
-    : m_PublishedRoutes(std::make_shared<const RouteTable>()) {}
-
-CMpeg2Demultiplexer::~CMpeg2Demultiplexer() { ClearMediaType(&m_InputType); }
-
-STDMETHODIMP CMpeg2Demultiplexer::QueryInterface(REFIID riid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  if (riid == IID_IUnknown || riid == IID_IPersist || riid == IID_IMediaFilter ||
-      riid == IID_IBaseFilter) {
-    *ppv = static_cast<IBaseFilter*>(this);
-  } else if (riid == IID_IMpeg2Demultiplexer) {
-    *ppv = static_cast<IMpeg2Demultiplexer*>(this);
-  } else if (riid == IID_IAMFilterMiscFlags) {
-    *ppv = static_cast<IAMFilterMiscFlags*>(this);
-  } else {
-    *ppv = nullptr;
-    return E_NOINTERFACE;
+CUnknown* CMpeg2Demultiplexer::CreateInstance(IUnknown* outer, HRESULT* result) {
+  if (outer != nullptr) {
+    if (result != nullptr) *result = CLASS_E_NOAGGREGATION;
+    return nullptr;
   }
-  AddRef();
-  return S_OK;
+  auto* demux = new (std::nothrow) CMpeg2Demultiplexer();
+  if (result != nullptr) *result = demux != nullptr ? S_OK : E_OUTOFMEMORY;
+  return demux;
 }
 
-STDMETHODIMP_(ULONG) CMpeg2Demultiplexer::Release() {
-  const ULONG count = --m_RefCount;
-  if (count == 0) delete this;
-  return count;
+CMpeg2Demultiplexer::CMpeg2Demultiplexer()
+    : CBaseFilter("MPEG-2 Demultiplexer", nullptr, &m_StateLockStorage, CLSID_MPEG2Demultiplexer),
+      m_Input(this, &m_StateLockStorage),
+      m_PublishedRoutes(std::make_shared<const RouteTable>()) {}
+
+CMpeg2Demultiplexer::~CMpeg2Demultiplexer() = default;
+
+STDMETHODIMP CMpeg2Demultiplexer::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
+  if (ppv == nullptr) return E_POINTER;
+  if (riid == IID_IMpeg2Demultiplexer) return GetInterface(static_cast<IMpeg2Demultiplexer*>(this), ppv);
+  if (riid == IID_IAMFilterMiscFlags) return GetInterface(static_cast<IAMFilterMiscFlags*>(this), ppv);
+  return CBaseFilter::NonDelegatingQueryInterface(riid, ppv);
 }
 
-STDMETHODIMP CMpeg2Demultiplexer::GetClassID(CLSID* clsid) {
-  if (clsid == nullptr) return E_POINTER;
-  *clsid = CLSID_MPEG2Demultiplexer;
-  return S_OK;
+// Under the state lock, as the base calls them.
+int CMpeg2Demultiplexer::GetPinCount() { return 1 + static_cast<int>(m_Pins.size()); }
+
+CBasePin* CMpeg2Demultiplexer::GetPin(int index) {
+  if (index == 0) return &m_Input;
+  if (index < 0 || index > static_cast<int>(m_Pins.size())) return nullptr;
+  return m_Pins[static_cast<std::size_t>(index - 1)].get();
 }
 
 STDMETHODIMP CMpeg2Demultiplexer::Stop() {
+  HRESULT hr = S_OK;
   {
-    std::lock_guard<std::mutex> guard(m_Lock);
+    CAutoLock lock(&m_StateLockStorage);
     if (m_State == State_Stopped) return S_OK;
-    m_State = State_Stopped;
-    NoteStreamChangeLocked();
-    // Wakes a delivery waiting for a buffer, so the stream lock comes free.
-    for (CDemuxOutputPin* pin : OutputsLocked()) pin->DecommitLocked();
+    // The input pin refuses samples from here on; the output pins decommit,
+    // which wakes a delivery waiting for a buffer, so the stream lock comes
+    // free.
+    hr = CBaseFilter::Stop();
   }
   // Waits for a Receive under way; a later one finds the filter stopped.
   std::lock_guard<std::mutex> stream(m_ReceiveLock);
   ResetStreamLocked();
-  return S_OK;
+  return hr;
 }
 
 STDMETHODIMP CMpeg2Demultiplexer::Pause() {
   {
     // From running, a delivery may be waiting in a renderer that holds
     // samples while paused: the stream lock is not to be waited for.
-    std::lock_guard<std::mutex> guard(m_Lock);
-    if (m_State != State_Stopped) {
-      m_State = State_Paused;
-      return S_OK;
-    }
+    CAutoLock lock(&m_StateLockStorage);
+    if (m_State != State_Stopped) return CBaseFilter::Pause();
   }
   std::lock_guard<std::mutex> stream(m_ReceiveLock);
-  std::lock_guard<std::mutex> guard(m_Lock);
+  CAutoLock lock(&m_StateLockStorage);
   if (m_State == State_Stopped) {
-    const std::vector<CDemuxOutputPin*> outputs = OutputsLocked();
-    for (CDemuxOutputPin* pin : outputs) {
-      const HRESULT hr = pin->CommitLocked();
-      if (FAILED(hr)) {
-        for (CDemuxOutputPin* other : outputs) other->DecommitLocked();
-        return hr;
-      }
-    }
     // A new run: times count from its first PTS, every pin starts afresh.
     m_HaveFirstPts = false;
     m_SegmentStart = 0;
-    m_Carry.clear();
-    for (Assembly& assembly : m_Assemblies) {
-      if (assembly.assembler) assembly.assembler->Reset();
-    }
-    for (CDemuxOutputPin* pin : outputs) pin->Restart();
-    m_Flushing = false;
+    DropPartialPes();
+    for (CDemuxOutputPin* pin : OutputsLocked()) pin->Restart();
   }
-  m_State = State_Paused;
-  NoteStreamChangeLocked();
-  return S_OK;
+  // Commits the output pins' allocators and lets the input pin take samples.
+  const HRESULT hr = CBaseFilter::Pause();
+  if (FAILED(hr)) {
+    // What the base activated before the failure goes back.
+    for (int i = 0; i < GetPinCount(); ++i) {
+      if (GetPin(i)->IsConnected()) GetPin(i)->Inactive();
+    }
+  }
+  return hr;
 }
 
-STDMETHODIMP CMpeg2Demultiplexer::Run(REFERENCE_TIME) {
-  FILTER_STATE state = State_Stopped;
-  {
-    std::lock_guard<std::mutex> guard(m_Lock);
-    state = m_State;
-  }
-  if (state == State_Stopped) {
+STDMETHODIMP CMpeg2Demultiplexer::Run(REFERENCE_TIME start) {
+  // The pause out of stopped takes the stream lock before the state lock,
+  // so it runs before the base's Run, which holds the state lock.
+  if (IsStopped()) {
     const HRESULT hr = Pause();
     if (FAILED(hr)) return hr;
   }
-  std::lock_guard<std::mutex> guard(m_Lock);
-  m_State = State_Running;
-  return S_OK;
-}
-
-STDMETHODIMP CMpeg2Demultiplexer::GetState(DWORD, FILTER_STATE* state) {
-  if (state == nullptr) return E_POINTER;
-  std::lock_guard<std::mutex> guard(m_Lock);
-  *state = m_State;
-  return S_OK;
-}
-
-STDMETHODIMP CMpeg2Demultiplexer::SetSyncSource(IReferenceClock* clock) {
-  std::lock_guard<std::mutex> guard(m_Lock);
-  m_Clock = clock;
-  return S_OK;
-}
-
-STDMETHODIMP CMpeg2Demultiplexer::GetSyncSource(IReferenceClock** clock) {
-  if (clock == nullptr) return E_POINTER;
-  std::lock_guard<std::mutex> guard(m_Lock);
-  *clock = ComPtr<IReferenceClock>(m_Clock).Detach();
-  return S_OK;
-}
-
-STDMETHODIMP CMpeg2Demultiplexer::EnumPins(IEnumPins** pins) {
-  if (pins == nullptr) return E_POINTER;
-  std::vector<ComPtr<IPin>> list{ComPtr<IPin>(static_cast<IPin*>(&m_Input))};
-  {
-    std::lock_guard<std::mutex> guard(m_Lock);
-    for (const auto& pin : m_Pins) list.emplace_back(static_cast<IPin*>(pin.get()));
-  }
-  auto* created = new CEnumSnapshot<IEnumPins, IPin>(IID_IEnumPins, std::move(list));
-  created->AddRef();
-  *pins = created;
-  return S_OK;
-}
-
-STDMETHODIMP CMpeg2Demultiplexer::FindPin(LPCWSTR id, IPin** pin) {
-  if (id == nullptr || pin == nullptr) return E_POINTER;
-  *pin = nullptr;
-  if (std::wcscmp(id, kDemuxInputPinName) == 0) {
-    *pin = static_cast<IPin*>(&m_Input);
-  } else {
-    std::lock_guard<std::mutex> guard(m_Lock);
-    *pin = FindOutputLocked(id);
-  }
-  if (*pin == nullptr) return VFW_E_NOT_FOUND;
-  (*pin)->AddRef();
-  return S_OK;
-}
-
-STDMETHODIMP CMpeg2Demultiplexer::QueryFilterInfo(FILTER_INFO* info) {
-  if (info == nullptr) return E_POINTER;
-  std::lock_guard<std::mutex> guard(m_Lock);
-  std::wcsncpy(info->achName, m_Name.c_str(), MAX_FILTER_NAME - 1);
-  info->achName[MAX_FILTER_NAME - 1] = L'\0';
-  info->pGraph = m_Graph;
-  if (m_Graph != nullptr) m_Graph->AddRef();
-  return S_OK;
-}
-
-STDMETHODIMP CMpeg2Demultiplexer::JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) {
-  std::lock_guard<std::mutex> guard(m_Lock);
-  m_Graph = graph;
-  m_Name = name != nullptr ? name : L"";
-  return S_OK;
-}
-
-STDMETHODIMP CMpeg2Demultiplexer::QueryVendorInfo(LPWSTR* vendorInfo) {
-  if (vendorInfo != nullptr) *vendorInfo = nullptr;
-  return E_NOTIMPL;
+  CAutoLock lock(&m_StateLockStorage);
+  if (m_State == State_Stopped) return VFW_E_WRONG_STATE;  // a Stop came between
+  return CBaseFilter::Run(start);
 }
 
 // ---- IMpeg2Demultiplexer ----
 
-STDMETHODIMP CMpeg2Demultiplexer::CreateOutputPin(AM_MEDIA_TYPE* type, LPWSTR pinName,
-                                                  IPin** pin) {
+STDMETHODIMP CMpeg2Demultiplexer::CreateOutputPin(AM_MEDIA_TYPE* type, LPWSTR pinName, IPin** pin) {
   if (pin == nullptr) return E_POINTER;
   *pin = nullptr;
   if (type == nullptr || pinName == nullptr) return E_POINTER;
   const std::wstring name(pinName);
   if (name.empty() || name.size() >= MAX_PIN_NAME) return E_INVALIDARG;
-  std::lock_guard<std::mutex> guard(m_Lock);
+  CAutoLock lock(&m_StateLockStorage);
   if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;
   if (name == kDemuxInputPinName) return VFW_E_DUPLICATE_NAME;
   // A caller that comes back for a name it made before (a source wiring us
   // again at its next connection) gets that pin with the refusal, so it can
   // go on with what stands.
   if (CDemuxOutputPin* taken = FindOutputLocked(name.c_str()); taken != nullptr) {
-    *pin = static_cast<IPin*>(taken);
-    (*pin)->AddRef();
+    *pin = taken;
+    taken->AddRef();
     return VFW_E_DUPLICATE_NAME;
   }
-  AM_MEDIA_TYPE copy{};
-  const HRESULT hr = CopyMediaTypeTo(*type, &copy);
-  if (FAILED(hr)) return hr;
-  m_Pins.push_back(std::make_unique<CDemuxOutputPin>(this, name, copy));
-  *pin = static_cast<IPin*>(m_Pins.back().get());
+  auto created = std::unique_ptr<CDemuxOutputPin>(
+      new (std::nothrow) CDemuxOutputPin(this, &m_StateLockStorage, name, CMediaType(*type)));
+  if (!created) return E_OUTOFMEMORY;
+  m_Pins.push_back(std::move(created));
+  *pin = m_Pins.back().get();
   (*pin)->AddRef();
   return S_OK;
 }
 
 STDMETHODIMP CMpeg2Demultiplexer::SetOutputPinMediaType(LPWSTR pinName, AM_MEDIA_TYPE* type) {
   if (pinName == nullptr || type == nullptr) return E_POINTER;
-  std::lock_guard<std::mutex> guard(m_Lock);
+  CAutoLock lock(&m_StateLockStorage);
   CDemuxOutputPin* pin = FindOutputLocked(pinName);
   if (pin == nullptr) return VFW_E_NOT_FOUND;
-  if (m_State != State_Stopped && pin->PeerLocked()) return VFW_E_NOT_STOPPED;
+  if (m_State != State_Stopped && pin->IsConnected()) return VFW_E_NOT_STOPPED;
   return pin->SetTypeLocked(*type);
 }
 
@@ -343,11 +254,11 @@ STDMETHODIMP CMpeg2Demultiplexer::DeleteOutputPin(LPWSTR pinName) {
   ComPtr<IPin> peer;
   CDemuxOutputPin* pin = nullptr;
   {
-    std::lock_guard<std::mutex> guard(m_Lock);
+    CAutoLock lock(&m_StateLockStorage);
     if (m_State != State_Stopped) return VFW_E_NOT_STOPPED;
     pin = FindOutputLocked(pinName);
     if (pin == nullptr) return VFW_E_NOT_FOUND;
-    peer = pin->PeerLocked();
+    peer = pin->GetConnected();
     bool routed = false;
     for (Route& route : m_Routes) {
       if (route.pin == pin) {
@@ -377,7 +288,7 @@ HRESULT CMpeg2Demultiplexer::MapPids(CDemuxOutputPin* pin, std::span<const ULONG
   for (const ULONG pid : pids) {
     if (pid >= kTsPidCount) return E_INVALIDARG;
   }
-  std::lock_guard<std::mutex> guard(m_Lock);
+  CAutoLock lock(&m_StateLockStorage);
   if (FindOutputLocked(pin->Name().c_str()) != pin) return VFW_E_NOT_FOUND;  // deleted
   bool changed = false;
   for (const ULONG pid : pids) {
@@ -396,7 +307,7 @@ HRESULT CMpeg2Demultiplexer::UnmapPids(CDemuxOutputPin* pin, std::span<const ULO
   for (const ULONG pid : pids) {
     if (pid >= kTsPidCount) return E_INVALIDARG;
   }
-  std::lock_guard<std::mutex> guard(m_Lock);
+  CAutoLock lock(&m_StateLockStorage);
   bool changed = false;
   for (const ULONG pid : pids) {
     // A PID that went to another pin meanwhile is that pin's business.
@@ -410,7 +321,7 @@ HRESULT CMpeg2Demultiplexer::UnmapPids(CDemuxOutputPin* pin, std::span<const ULO
 
 std::vector<PID_MAP> CMpeg2Demultiplexer::MapOf(CDemuxOutputPin* pin) {
   std::vector<PID_MAP> maps;
-  std::lock_guard<std::mutex> guard(m_Lock);
+  CAutoLock lock(&m_StateLockStorage);
   for (std::size_t pid = 0; pid < m_Routes.size(); ++pid) {
     if (m_Routes[pid].pin == pin) {
       maps.push_back(PID_MAP{static_cast<ULONG>(pid), m_Routes[pid].content});
@@ -423,7 +334,7 @@ std::vector<PID_MAP> CMpeg2Demultiplexer::MapOf(CDemuxOutputPin* pin) {
 // beside the delivery never shows half done.
 void CMpeg2Demultiplexer::PublishRoutesLocked() {
   m_PublishedRoutes = std::make_shared<const RouteTable>(m_Routes);
-  NoteStreamChangeLocked();
+  m_StreamVersion.fetch_add(1, std::memory_order_release);
 }
 
 CDemuxOutputPin* CMpeg2Demultiplexer::FindOutputLocked(LPCWSTR name) const {
@@ -441,19 +352,9 @@ std::vector<CDemuxOutputPin*> CMpeg2Demultiplexer::OutputsLocked() const {
 
 std::vector<ComPtr<IPin>> CMpeg2Demultiplexer::ConnectedPeers() {
   std::vector<ComPtr<IPin>> peers;
-  std::lock_guard<std::mutex> guard(m_Lock);
+  CAutoLock lock(&m_StateLockStorage);
   for (const auto& pin : m_Pins) {
-    if (ComPtr<IPin> peer = pin->PeerLocked()) peers.push_back(std::move(peer));
+    if (IPin* peer = pin->GetConnected()) peers.emplace_back(peer);
   }
   return peers;
 }
-
-HRESULT CreateMpeg2Demultiplexer(IUnknown* outer, REFIID riid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  *ppv = nullptr;
-  if (outer != nullptr) return CLASS_E_NOAGGREGATION;
-  ComPtr<IBaseFilter> filter(static_cast<IBaseFilter*>(new CMpeg2Demultiplexer));
-  return filter->QueryInterface(riid, ppv);
-}
-
-}  // namespace platform_internal

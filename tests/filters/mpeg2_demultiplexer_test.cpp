@@ -1,4 +1,4 @@
-#include "platform/mpeg2_demultiplexer.h"
+#include "filters/mpeg2_demux/mpeg2_demultiplexer.h"
 
 #include <gtest/gtest.h>
 
@@ -13,12 +13,13 @@
 #include <utility>
 #include <vector>
 
+#include "host/cunknown.h"
 #include "platform/com/com_memory.h"
 #include "platform/graph/control.h"
 #include "platform/graph/graph_plumbing.h"
 #include "platform/com/objbase.h"
 #include "platform/graph/stream_sinks.h"
-#include "tests/platform/pes_packets.h"
+#include "tests/filters/pes_packets.h"
 #include "tests/platform/test_push_source.h"
 #include "tests/support/capture_pin.h"
 #include "tests/support/ts_reader.h"
@@ -26,6 +27,16 @@
 namespace {
 
 using namespace pes_packets;
+
+// The filter straight from its code, as the module's class factory makes it.
+ComPtr<IBaseFilter> NewDemux() {
+  HRESULT hr = E_FAIL;
+  CUnknown* created = CMpeg2Demultiplexer::CreateInstance(nullptr, &hr);
+  EXPECT_EQ(hr, S_OK);
+  ComPtr<IBaseFilter> filter;
+  if (created != nullptr) created->NonDelegatingQueryInterface(IID_IBaseFilter, filter.PutVoid());
+  return filter;
+}
 
 ComPtr<IPin> MakePin(IBaseFilter* demux, const wchar_t* name, REFGUID major, REFGUID sub) {
   const auto control = QueryAs<IMpeg2Demultiplexer>(demux, IID_IMpeg2Demultiplexer);
@@ -81,7 +92,7 @@ class Stream {
 // ---- The filter and its pins ----
 
 TEST(DemuxFilter, PinsTakeTheirTypesAndOutputNamesAreUnique) {
-  const ComPtr<IBaseFilter> demux = Create(CLSID_MPEG2Demultiplexer);
+  const ComPtr<IBaseFilter> demux = NewDemux();
   ComPtr<IPin> in;
   ASSERT_EQ(demux->FindPin(L"MPEG-2 Stream", in.PutAddress()), S_OK);
   ComPtr<IEnumMediaTypes> inputTypes;
@@ -143,7 +154,7 @@ TEST(DemuxFilter, PinsTakeTheirTypesAndOutputNamesAreUnique) {
 }
 
 TEST(DemuxFilter, PidMapsMoveBetweenPins) {
-  const ComPtr<IBaseFilter> demux = Create(CLSID_MPEG2Demultiplexer);
+  const ComPtr<IBaseFilter> demux = NewDemux();
   const ComPtr<IPin> a = MakePin(demux.Get(), L"A", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
   const ComPtr<IPin> b = MakePin(demux.Get(), L"B", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
   EXPECT_EQ(Map(a.Get(), {0x100, 0x101}, MEDIA_ELEMENTARY_STREAM), S_OK);
@@ -169,6 +180,53 @@ TEST(DemuxFilter, PidMapsMoveBetweenPins) {
   EXPECT_EQ(MapOf(a.Get()).size(), 1u);
 }
 
+// Pins, enumerators and the allocator of a connection are objects of the
+// module: none may outlive the filter's last reference, or the module could
+// never unload.
+TEST(DemuxFilter, EverythingItHandsOutGoesWithItsLastReference) {
+  const long before = ActiveObjectCount();
+  {
+    tsw::CapturePin capture;
+    const ComPtr<IBaseFilter> demux = NewDemux();
+    const auto control = QueryAs<IMpeg2Demultiplexer>(demux.Get(), IID_IMpeg2Demultiplexer);
+    const ComPtr<IPin> pin = MakePin(demux.Get(), L"Video", MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
+    MakePin(demux.Get(), L"Gone", MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3);
+    ASSERT_EQ(Map(pin.Get(), {0x100}, MEDIA_ELEMENTARY_STREAM), S_OK);
+    ComPtr<IEnumPIDMap> maps;
+    ASSERT_EQ(QueryAs<IMPEG2PIDMap>(pin.Get(), IID_IMPEG2PIDMap)->EnumPIDMap(maps.PutAddress()), S_OK);
+    ComPtr<IEnumPins> pins;
+    ASSERT_EQ(demux->EnumPins(pins.PutAddress()), S_OK);
+    ComPtr<IEnumMediaTypes> types;
+    ASSERT_EQ(pin->EnumMediaTypes(types.PutAddress()), S_OK);
+    AM_MEDIA_TYPE type = TypeOf(MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO);
+    ComPtr<IPin> again;
+    EXPECT_EQ(control->CreateOutputPin(&type, const_cast<LPWSTR>(L"Video"), again.PutAddress()),
+              VFW_E_DUPLICATE_NAME);
+
+    ASSERT_EQ(pin->Connect(&capture, nullptr), S_OK);
+    ASSERT_EQ(demux->Pause(), S_OK);
+    ASSERT_EQ(demux->Stop(), S_OK);
+    EXPECT_EQ(control->DeleteOutputPin(const_cast<LPWSTR>(L"Gone")), S_OK);
+    EXPECT_EQ(pin->Disconnect(), S_OK);
+    capture.Disconnect();
+    EXPECT_EQ(capture.References(), 0);
+  }
+  EXPECT_EQ(ActiveObjectCount(), before);
+}
+
+// The module's class table serves the filter by its class id.
+TEST(DemuxModule, ServesTheFilterByClassId) {
+  const ComPtr<IBaseFilter> demux = Create(CLSID_MPEG2Demultiplexer);
+  ASSERT_TRUE(demux);
+  CLSID clsid{};
+  EXPECT_EQ(demux->GetClassID(&clsid), S_OK);
+  EXPECT_EQ(clsid, CLSID_MPEG2Demultiplexer);
+  EXPECT_TRUE(QueryAs<IMpeg2Demultiplexer>(demux.Get(), IID_IMpeg2Demultiplexer));
+  const auto flags = QueryAs<IAMFilterMiscFlags>(demux.Get(), IID_IAMFilterMiscFlags);
+  ASSERT_TRUE(flags);
+  EXPECT_EQ(flags->GetMiscFlags(), 0u);  // neither a renderer nor a source
+}
+
 // ---- Streams through a graph ----
 
 // Source (fed by hand) -> demultiplexer -> one sink per output pin.
@@ -176,7 +234,7 @@ class DemuxInGraph : public GraphFixture {
  protected:
   void SetUp() override {
     GraphFixture::SetUp();
-    m_Demux = Create(CLSID_MPEG2Demultiplexer);
+    m_Demux = NewDemux();
     Feed(m_Demux.Get(), L"MPEG-2 Stream");
   }
 
@@ -317,6 +375,54 @@ TEST_F(DemuxToCapture, FlushDropsThePartialPesAndMarksTheNext) {
   ASSERT_EQ(samples.size(), 1u);
   EXPECT_EQ(samples[0].bytes, Pattern(7, 6));
   EXPECT_TRUE(samples[0].discontinuity);
+}
+
+// An unbounded PES larger than a buffer goes out in buffer-sized parts; only
+// the first carries the time and the flags.
+TEST_F(DemuxToCapture, LargePesGoesOutInBufferSizedPartsTimedOnce) {
+  const Bytes big = Pattern(static_cast<std::size_t>(kDemuxSampleSize) * 2 + 1000, 3);
+  m_Stream.AddPes(0x100, Pes(0xE0, big, 9000, std::nullopt, false));
+  ASSERT_EQ(Send(m_Stream.Take()), S_OK);
+  EXPECT_EQ(m_In->EndOfStream(), S_OK);  // an unbounded PES ends with the stream
+  const auto samples = m_Capture.Samples();
+  ASSERT_EQ(samples.size(), 3u);
+  Bytes joined;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    EXPECT_EQ(samples[i].start, i == 0 ? 0 : -1) << i;
+    EXPECT_EQ(samples[i].sync, i == 0) << i;
+    EXPECT_EQ(samples[i].discontinuity, i == 0) << i;
+    if (i < 2) {
+      EXPECT_EQ(samples[i].bytes.size(), static_cast<std::size_t>(kDemuxSampleSize)) << i;
+    }
+    joined.insert(joined.end(), samples[i].bytes.begin(), samples[i].bytes.end());
+  }
+  EXPECT_EQ(joined, big);
+}
+
+// A peer that keeps its samples drains the pin's buffers: the delivery
+// waits for one, and Stop wakes it. The next start delivers again.
+TEST_F(DemuxToCapture, StopWakesADeliveryWaitingForABuffer) {
+  m_Capture.SetHoldSamples(true);
+  for (int i = 0; i < kDemuxAllocatorBuffers + 2; ++i) {
+    m_Stream.AddPes(0x100, Pes(0xE0, Pattern(100, static_cast<std::uint8_t>(i)), 100));
+  }
+  const Bytes data = m_Stream.Take();
+  std::atomic<HRESULT> answer{E_FAIL};
+  std::thread upstream([&] { answer = Send(data); });
+  ASSERT_TRUE(m_Capture.WaitFor(kDemuxAllocatorBuffers, 10000));
+  EXPECT_EQ(m_Demux->Stop(), S_OK);
+  upstream.join();
+  EXPECT_EQ(answer, S_OK);  // one pin's trouble is not the upstream's
+  EXPECT_EQ(m_Capture.SampleCount(), static_cast<std::size_t>(kDemuxAllocatorBuffers));
+
+  m_Capture.SetHoldSamples(false);
+  m_Capture.ReleaseHeldSamples();
+  ASSERT_EQ(m_Demux->Pause(), S_OK);
+  SendPes(200, Pattern(9, 7));
+  const auto samples = m_Capture.Samples();
+  ASSERT_EQ(samples.size(), static_cast<std::size_t>(kDemuxAllocatorBuffers) + 1);
+  EXPECT_EQ(samples.back().bytes, Pattern(9, 7));
+  EXPECT_TRUE(samples.back().discontinuity);
 }
 
 // The upstream thread delivers while the host thread moves the map and

@@ -1,5 +1,5 @@
-// Transport packet fields and PES reassembly for the platform's MPEG-2
-// demultiplexer: byte work only, no COM, so it can be tested and fuzzed alone.
+// Transport packet fields and PES reassembly for the MPEG-2 demultiplexer:
+// byte work only, no COM, so it can be tested and fuzzed alone.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,6 @@
 #include <optional>
 #include <span>
 #include <vector>
-
-namespace platform_internal {
 
 inline constexpr std::size_t kTsPacketSize = 188;
 inline constexpr std::uint8_t kTsSyncByte = 0x47;
@@ -102,5 +100,3 @@ class CPesReassembler {
   std::uint8_t m_LastContinuity = 0;
   bool m_Discontinuity = false;
 };
-
-}  // namespace platform_internal

@@ -1,8 +1,6 @@
-#include "platform/pes_reassembler.h"
+#include "filters/mpeg2_demux/pes_reassembler.h"
 
 #include <algorithm>
-
-namespace platform_internal {
 
 namespace {
 
@@ -225,5 +223,3 @@ void CPesReassembler::Reset() {
   m_HaveContinuity = false;
   m_Discontinuity = true;
 }
-
-}  // namespace platform_internal
