@@ -4,8 +4,6 @@
 #include "filters/sinks/stream_file_writer.h"
 #include "host/class_factory.h"
 
-#define SINKS_EXPORT extern "C" __attribute__((visibility("default")))
-
 namespace {
 
 const CFactoryTemplate kClassTable[] = {
@@ -15,14 +13,4 @@ const CFactoryTemplate kClassTable[] = {
 
 }  // namespace
 
-SINKS_EXPORT BOOL DllMain(HINSTANCE, DWORD reason, LPVOID) {
-  if (reason == DLL_PROCESS_ATTACH) RunInitRoutines(kClassTable, TRUE);
-  if (reason == DLL_PROCESS_DETACH) RunInitRoutines(kClassTable, FALSE);
-  return TRUE;
-}
-
-SINKS_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID riid, LPVOID* ppv) {
-  return GetClassObjectFromTable(kClassTable, clsid, riid, ppv);
-}
-
-SINKS_EXPORT HRESULT DllCanUnloadNow() { return CanUnloadNow(); }
+DEFINE_CLASS_TABLE_EXPORTS(kClassTable)
