@@ -1,9 +1,11 @@
 #include "platform/com/rot.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <cwctype>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -133,6 +135,65 @@ class CItemMoniker final : public IMoniker {
   ~CItemMoniker() = default;
   const std::wstring m_Delimiter;
   const std::wstring m_Item;
+  std::atomic<ULONG> m_RefCount{0};
+};
+
+class CMonikerEnumerator final : public IEnumMoniker {
+ public:
+  using List = std::shared_ptr<const std::vector<ComPtr<IMoniker>>>;
+  CMonikerEnumerator(List list, std::size_t position)
+      : m_List(std::move(list)), m_Position(position) {}
+
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    if (ppv == nullptr) return E_POINTER;
+    if (riid == IID_IUnknown || riid == IID_IEnumMoniker) {
+      *ppv = static_cast<IEnumMoniker*>(this);
+      AddRef();
+      return S_OK;
+    }
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return ++m_RefCount; }
+  STDMETHODIMP_(ULONG) Release() override {
+    const ULONG count = --m_RefCount;
+    if (count == 0) delete this;
+    return count;
+  }
+
+  STDMETHODIMP Next(ULONG count, IMoniker** monikers, ULONG* fetched) override {
+    if (monikers == nullptr || (fetched == nullptr && count != 1)) return E_POINTER;
+    std::lock_guard<std::mutex> guard(m_Lock);
+    ULONG given = 0;
+    while (given < count && m_Position < m_List->size()) {
+      monikers[given++] = ComPtr<IMoniker>((*m_List)[m_Position++]).Detach();
+    }
+    if (fetched != nullptr) *fetched = given;
+    return given == count ? S_OK : S_FALSE;
+  }
+  STDMETHODIMP Skip(ULONG count) override {
+    std::lock_guard<std::mutex> guard(m_Lock);
+    const std::size_t left = m_List->size() - m_Position;
+    m_Position += std::min<std::size_t>(count, left);
+    return count <= left ? S_OK : S_FALSE;
+  }
+  STDMETHODIMP Reset() override {
+    std::lock_guard<std::mutex> guard(m_Lock);
+    m_Position = 0;
+    return S_OK;
+  }
+  STDMETHODIMP Clone(IEnumMoniker** clone) override {
+    if (clone == nullptr) return E_POINTER;
+    std::lock_guard<std::mutex> guard(m_Lock);
+    *clone = ComPtr<IEnumMoniker>(new CMonikerEnumerator(m_List, m_Position)).Detach();
+    return S_OK;
+  }
+
+ private:
+  ~CMonikerEnumerator() = default;
+  const List m_List;
+  std::mutex m_Lock;
+  std::size_t m_Position = 0;  // guarded by m_Lock
   std::atomic<ULONG> m_RefCount{0};
 };
 
@@ -270,3 +331,14 @@ HRESULT CreateItemMoniker(LPCOLESTR delimiter, LPCOLESTR item, IMoniker** monike
 std::vector<std::wstring> PlatformRunningObjectNames() { return Table().Names(); }
 
 void PlatformSetRunningObjectTableAvailable(bool available) { Table().available = available; }
+
+namespace platform_internal {
+
+HRESULT CreateMonikerEnumerator(std::vector<ComPtr<IMoniker>> monikers, IEnumMoniker** result) {
+  if (result == nullptr) return E_POINTER;
+  auto list = std::make_shared<const std::vector<ComPtr<IMoniker>>>(std::move(monikers));
+  *result = ComPtr<IEnumMoniker>(new CMonikerEnumerator(std::move(list), 0)).Detach();
+  return S_OK;
+}
+
+}  // namespace platform_internal

@@ -22,6 +22,8 @@ inline constexpr IID IID_IPersistStream =
     MakeGuid(0x00000109, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
 inline constexpr IID IID_IMoniker =
     MakeGuid(0x0000000F, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
+inline constexpr IID IID_IEnumMoniker =
+    MakeGuid(0x00000102, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
 inline constexpr IID IID_IRunningObjectTable =
     MakeGuid(0x00000010, 0x0000, 0x0000, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46);
 inline constexpr CLSID CLSID_ItemMoniker =
@@ -70,6 +72,18 @@ struct IMoniker : public IPersistStream {
   ~IMoniker() = default;
 };
 
+// Next hands out referenced monikers and gives S_FALSE when fewer than asked
+// were left; `fetched` may be null only when one is asked for.
+struct IEnumMoniker : public IUnknown {
+  STDMETHOD(Next)(ULONG count, IMoniker** monikers, ULONG* fetched) PURE;
+  STDMETHOD(Skip)(ULONG count) PURE;
+  STDMETHOD(Reset)() PURE;
+  STDMETHOD(Clone)(IEnumMoniker** clone) PURE;
+
+ protected:
+  ~IEnumMoniker() = default;
+};
+
 struct IRunningObjectTable : public IUnknown {
   STDMETHOD(Register)(DWORD flags, IUnknown* object, IMoniker* name, DWORD* cookie) PURE;
   STDMETHOD(Revoke)(DWORD cookie) PURE;
@@ -105,3 +119,11 @@ std::vector<std::wstring> PlatformRunningObjectNames();
 // Test hook: while false, GetRunningObjectTable fails with E_UNEXPECTED and
 // gives no table, as when the table's service cannot be reached.
 void PlatformSetRunningObjectTableAvailable(bool available);
+
+namespace platform_internal {
+
+// An enumerator over a fixed list of monikers; clones share the list and
+// start where the original stands.
+HRESULT CreateMonikerEnumerator(std::vector<ComPtr<IMoniker>> monikers, IEnumMoniker** result);
+
+}  // namespace platform_internal
