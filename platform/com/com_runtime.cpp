@@ -381,3 +381,37 @@ HINSTANCE PlatformModuleFromAddress(const void* address) {
 }
 
 BOOL DisableThreadLibraryCalls(HMODULE) { return TRUE; }
+
+HMODULE LoadLibraryA(LPCSTR fileName) {
+  if (fileName == nullptr || fileName[0] == '\0') {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+  }
+  std::lock_guard<std::recursive_mutex> guard(Modules().lock);
+  Module* module = nullptr;
+  const HRESULT hr = LoadModule(fileName, &module);
+  if (FAILED(hr)) {
+    SetLastError(static_cast<DWORD>(hr) & 0xFFFF);
+    return nullptr;
+  }
+  return module->instance;
+}
+
+FARPROC GetProcAddress(HMODULE module, LPCSTR procName) {
+  void* handle = nullptr;
+  {
+    Loader& loader = Modules();
+    std::lock_guard<std::recursive_mutex> guard(loader.lock);
+    for (const auto& loaded : loader.modules) {
+      if (loaded->instance == module && module != nullptr) handle = loaded->handle;
+    }
+  }
+  void* symbol = handle != nullptr && procName != nullptr ? ::dlsym(handle, procName) : nullptr;
+  if (symbol == nullptr) {
+    SetLastError(ERROR_PROC_NOT_FOUND);
+    return nullptr;
+  }
+  return reinterpret_cast<FARPROC>(symbol);
+}
+
+BOOL FreeLibrary(HMODULE module) { return module != nullptr ? TRUE : FALSE; }

@@ -120,3 +120,14 @@ HINSTANCE PlatformModuleFromAddress(const void* address);
 
 // Thread notifications do not exist here; answers TRUE.
 BOOL DisableThreadLibraryCalls(HMODULE module);
+
+// The loader's calls for a program that loads a module itself, as the
+// platform's registration tool does. LoadLibraryA loads as CoCreateInstance
+// does (DllMain once, then the module stays); null and SetLastError on
+// failure, with PlatformLastLoadError telling why. FreeLibrary succeeds and
+// keeps the module loaded. GetProcAddress finds an exported C function of a
+// module that LoadLibraryA gave, or null with ERROR_PROC_NOT_FOUND.
+using FARPROC = void (*)();
+HMODULE LoadLibraryA(LPCSTR fileName);
+FARPROC GetProcAddress(HMODULE module, LPCSTR procName);
+BOOL FreeLibrary(HMODULE module);

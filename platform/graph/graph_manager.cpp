@@ -9,6 +9,7 @@
 #include "platform/graph/control.h"
 #include "platform/graph/graph_events.h"
 #include "platform/graph/graph_plumbing.h"
+#include "platform/graph/intelligent_connect.h"
 #include "platform/graph/reference_clock.h"
 #include "platform/graph/strmif.h"
 
@@ -98,11 +99,19 @@ class CFilterGraph final : public IGraphBuilder,
   STDMETHODIMP Connect(IPin* output, IPin* input) override {
     return ConnectDirect(output, input, nullptr);
   }
-  STDMETHODIMP Render(IPin*) override { return E_NOTIMPL; }
-  STDMETHODIMP RenderFile(LPCWSTR, LPCWSTR) override { return E_NOTIMPL; }
-  STDMETHODIMP AddSourceFilter(LPCWSTR, LPCWSTR, IBaseFilter** filter) override {
-    if (filter != nullptr) *filter = nullptr;
-    return E_NOTIMPL;
+  STDMETHODIMP Render(IPin* output) override {
+    if (State() != State_Stopped) return VFW_E_NOT_STOPPED;
+    return RenderPin(this, output);
+  }
+  // A play list is not taken.
+  STDMETHODIMP RenderFile(LPCWSTR file, LPCWSTR playList) override {
+    if (file == nullptr) return E_POINTER;
+    if (playList != nullptr) return E_INVALIDARG;
+    if (State() != State_Stopped) return VFW_E_NOT_STOPPED;
+    return RenderFileByExtension(this, file);
+  }
+  STDMETHODIMP AddSourceFilter(LPCWSTR fileName, LPCWSTR filterName, IBaseFilter** filter) override {
+    return AddSourceFilterByExtension(this, fileName, filterName, filter);
   }
   STDMETHODIMP SetLogFile(DWORD_PTR) override { return E_NOTIMPL; }
   STDMETHODIMP Abort() override { return E_NOTIMPL; }
@@ -134,7 +143,7 @@ class CFilterGraph final : public IGraphBuilder,
     *state = filterState;
     return hr;
   }
-  STDMETHODIMP RenderFile(BSTR) override { return E_NOTIMPL; }
+  STDMETHODIMP RenderFile(BSTR file) override { return RenderFile(file, nullptr); }
   STDMETHODIMP AddSourceFilter(BSTR, IDispatch** filterInfo) override {
     if (filterInfo != nullptr) *filterInfo = nullptr;
     return E_NOTIMPL;

@@ -420,6 +420,10 @@ inline constexpr std::size_t MAX_PIN_NAME = 128;
 
 inline constexpr HRESULT VFW_S_DUPLICATE_NAME = MakeHResult(0x0004022Du);
 inline constexpr HRESULT VFW_E_NOT_IN_GRAPH = MakeHResult(0x8004025Fu);
+inline constexpr HRESULT VFW_E_CANNOT_CONNECT = MakeHResult(0x80040217u);
+inline constexpr HRESULT VFW_E_CANNOT_RENDER = MakeHResult(0x80040218u);
+inline constexpr HRESULT VFW_E_UNKNOWN_FILE_TYPE = MakeHResult(0x80040240u);
+inline constexpr HRESULT VFW_S_PARTIAL_RENDER = MakeHResult(0x00040242u);
 
 struct IGraphBuilder : public IFilterGraph {
   STDMETHOD(Connect)(IPin* output, IPin* input) PURE;
