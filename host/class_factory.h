@@ -43,17 +43,5 @@ HRESULT CanUnloadNow();
 // Runs the rows' initialisation hooks, as DllMain does on attach and detach.
 void RunInitRoutines(std::span<const CFactoryTemplate> table, BOOL loading);
 
-// The exports of a module that only serves its class table: DllMain runs the
-// table's hooks, DllGetClassObject and DllCanUnloadNow as above. A module
-// that registers itself or keeps its handle writes its own DllMain.
+// Exports of a module are C functions visible outside it.
 #define MODULE_EXPORT extern "C" __attribute__((visibility("default")))
-#define DEFINE_CLASS_TABLE_EXPORTS(table)                                        \
-  MODULE_EXPORT BOOL DllMain(HINSTANCE, DWORD reason, LPVOID) {                  \
-    if (reason == DLL_PROCESS_ATTACH) RunInitRoutines(table, TRUE);              \
-    if (reason == DLL_PROCESS_DETACH) RunInitRoutines(table, FALSE);             \
-    return TRUE;                                                                 \
-  }                                                                              \
-  MODULE_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID riid, LPVOID* ppv) { \
-    return GetClassObjectFromTable(table, clsid, riid, ppv);                     \
-  }                                                                              \
-  MODULE_EXPORT HRESULT DllCanUnloadNow() { return CanUnloadNow(); }

@@ -48,6 +48,7 @@ struct CensusFacts {
 
 struct InfoReport {
   std::string file;
+  std::string openedThrough;
   WORD transportStreamId = 0;
   BYTE patVersion = 0;
   std::vector<ProgramFacts> programs;
@@ -319,6 +320,7 @@ std::string CensusDescription(const InfoReport& r, const CensusFacts& row) {
 void WriteText(const InfoReport& r, std::ostream& out) {
   CTextTable head("");
   head.Row({"File", Printable(r.file)});
+  head.Row({"Filter", "through " + Printable(r.openedThrough)});
   head.Row({"Transport stream", "id " + std::to_string(r.transportStreamId) + ", PAT version " +
                                     std::to_string(r.patVersion)});
   head.Row({"Size", std::to_string(r.filePackets) + " packets of 188 bytes"});
@@ -523,6 +525,7 @@ void WriteJson(const InfoReport& r, std::ostream& out) {
   w.EndArray();
   w.EndObject();
   w.Key("file_packets").Number(r.filePackets);
+  w.Key("filter_through").String(r.openedThrough);
   w.Key("duration_100ns").Number(r.duration);
   w.Key("duration_text").String(r.mediaLength);
   w.EndObject();
@@ -599,6 +602,7 @@ int RunInfo(const InfoOptions& options, std::ostream& out, std::ostream& err) {
   }
   InfoReport report;
   report.file = file;
+  report.openedThrough = session.OpenedThrough();
   ReadPrograms(session, report);
   ReadChoice(session, report);
   ReadCensus(session, report);

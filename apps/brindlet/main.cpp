@@ -11,6 +11,7 @@
 #include "apps/brindlet/info_command.h"
 #include "apps/brindlet/play_command.h"
 #include "apps/brindlet/query_command.h"
+#include "apps/brindlet/register_command.h"
 #include "apps/brindlet/settings_command.h"
 
 int main(int argc, char** argv) {
@@ -100,6 +101,16 @@ int main(int argc, char** argv) {
   settingsCommand->add_subcommand("reset", "Delete the stored settings: all return to their defaults")
       ->callback([&] { settings.action = "reset"; });
 
+  RegisterOptions registration;
+  RegisterOptions unregistration;
+  unregistration.add = false;
+  CLI::App* registerCommand = app.add_subcommand(
+      "register", "Call DllRegisterServer of each MODULE (default: Brindlet.ax beside the tool)");
+  registerCommand->add_option("MODULE", registration.modules, "Module file, such as Brindlet.ax or Mpeg2Demux.ax");
+  CLI::App* unregisterCommand = app.add_subcommand(
+      "unregister", "Call DllUnregisterServer of each MODULE (default: Brindlet.ax beside the tool)");
+  unregisterCommand->add_option("MODULE", unregistration.modules, "Module file");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -131,5 +142,7 @@ int main(int argc, char** argv) {
     return RunPlay(play, std::cout, std::cerr, progress);
   }
   if (settingsCommand->parsed()) return RunSettings(settings, std::cout, std::cerr);
+  if (registerCommand->parsed()) return RunRegister(registration, std::cout, std::cerr);
+  if (unregisterCommand->parsed()) return RunRegister(unregistration, std::cout, std::cerr);
   return kExitUsage;
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "control/brindlet_ids.h"
@@ -12,6 +13,7 @@
 #include "platform/win32/codepage.h"
 #include "platform/com/com_memory.h"
 #include "platform/win32/files.h"
+#include "platform/win32/registry.h"
 
 std::string DescribeWin32Error(unsigned long error) {
   switch (error) {
@@ -52,11 +54,17 @@ void RegisterPlatformFiltersIn(const std::filesystem::path& dir) {
 
 }  // namespace
 
+void RegisterPlatformFiltersBesideTool() {
+  std::error_code error;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (!error) RegisterPlatformFiltersIn(self.parent_path());
+}
+
 std::string RegisterModuleForProcess() {
   std::filesystem::path module;
   std::error_code error;
   const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (!error) RegisterPlatformFiltersIn(self.parent_path());
+  RegisterPlatformFiltersBesideTool();
   if (const char* named = std::getenv("BRINDLET_MODULE"); named != nullptr && *named != '\0') {
     module = named;
   } else if (!error) {
@@ -67,8 +75,51 @@ std::string RegisterModuleForProcess() {
   return module.string();
 }
 
+namespace {
+
+std::string ExtensionOf(const std::string& file) {
+  const std::filesystem::path path(file);
+  return path.has_extension() ? path.extension().string() : std::string();
+}
+
+// The default value of a key under HKEY_CLASSES_ROOT, empty if none.
+std::string ClassesRootText(const std::string& key, const char* value) {
+  HKEY handle = nullptr;
+  if (RegOpenKeyExA(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_QUERY_VALUE, &handle) != ERROR_SUCCESS) return {};
+  char text[1024];
+  DWORD size = sizeof text;
+  DWORD type = REG_NONE;
+  const LONG error = RegQueryValueExA(handle, value, nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
+  RegCloseKey(handle);
+  if (error != ERROR_SUCCESS || type != REG_SZ) return {};
+  return std::string(text, strnlen(text, size));
+}
+
+// The registered source filter of the file's type, when it is this filter.
+bool TypeLeadsToBrindlet(const std::string& extension) {
+  if (extension.empty()) return false;
+  CLSID clsid{};
+  const std::string text = ClassesRootText("Media Type\\Extensions\\" + extension, "Source Filter");
+  return GuidFromString(text.c_str(), &clsid) && clsid == CLSID_BrindletSource;
+}
+
+}  // namespace
+
 CSourceSession::CSourceSession(const std::string& file, std::ostream& err) {
-  const std::string module = RegisterModuleForProcess();
+  // A module named in the environment wins; then the file type, as a player
+  // opens a file; then the module beside the tool.
+  const char* named = std::getenv("BRINDLET_MODULE");
+  const std::string extension = ExtensionOf(file);
+  const bool byType = (named == nullptr || *named == '\0') && TypeLeadsToBrindlet(extension);
+  std::string module;
+  if (byType) {
+    RegisterPlatformFiltersBesideTool();
+    module = ClassesRootText("CLSID\\" + GuidToString(CLSID_BrindletSource) + "\\InprocServer32", nullptr);
+    m_OpenedThrough = "the " + extension + " file type, module " + module;
+  } else {
+    module = RegisterModuleForProcess();
+    m_OpenedThrough = (named != nullptr && *named != '\0' ? "BRINDLET_MODULE, " : "the module beside the tool, ") + module;
+  }
   HRESULT hr = CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IFilterGraph,
                                 m_Graph.PutVoid());
   if (FAILED(hr)) {
@@ -76,11 +127,17 @@ CSourceSession::CSourceSession(const std::string& file, std::ostream& err) {
         << ")\n";
     return;
   }
+  if (byType) {
+    OpenByType(file, module, err);
+    return;
+  }
   hr = CoCreateInstance(CLSID_BrindletSource, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, m_Filter.PutVoid());
   if (FAILED(hr)) {
     const std::string why = PlatformLastLoadError();
     err << "brindlet: cannot create the source filter (0x" << std::hex << static_cast<unsigned>(hr) << std::dec
-        << "): " << (module.empty() ? "Brindlet.ax is neither beside the tool nor registered" : why) << "\n";
+        << "): "
+        << (module.empty() ? "Brindlet.ax is not beside the tool, and " + (extension.empty() ? std::string("the file has no extension") : extension + " is not registered to it") : why)
+        << "\n";
     return;
   }
   hr = m_Graph->AddFilter(m_Filter.Get(), L"Brindlet");
@@ -99,11 +156,42 @@ CSourceSession::CSourceSession(const std::string& file, std::ostream& err) {
   SetLastError(ERROR_SUCCESS);
   hr = source->Load(AnsiToWide(file).c_str(), nullptr);
   if (FAILED(hr)) {
-    const DWORD error = GetLastError();
-    err << "brindlet: cannot open " << file << ": "
-        << (error != ERROR_SUCCESS ? DescribeWin32Error(error) : "load failed") << "\n";
+    ReportLoadFailure(file, GetLastError(), err);
     return;
   }
+  TakeInterfaces();
+}
+
+void CSourceSession::OpenByType(const std::string& file, const std::string& module, std::ostream& err) {
+  ComPtr<IGraphBuilder> builder;
+  m_Graph->QueryInterface(IID_IGraphBuilder, builder.PutVoid());
+  if (!builder) {
+    err << "brindlet: the graph cannot add a source by file type\n";
+    return;
+  }
+  SetLastError(ERROR_SUCCESS);
+  const HRESULT hr = builder->AddSourceFilter(AnsiToWide(file).c_str(), L"Brindlet", m_Filter.PutAddress());
+  if (SUCCEEDED(hr)) {
+    TakeInterfaces();
+    return;
+  }
+  const DWORD error = GetLastError();
+  if (hr == HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND) || hr == HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND) ||
+      hr == REGDB_E_CLASSNOTREG) {
+    err << "brindlet: cannot create the source filter registered for " << ExtensionOf(file) << " (0x" << std::hex
+        << static_cast<unsigned>(hr) << std::dec << "): " << (module.empty() ? "no module path" : PlatformLastLoadError())
+        << "\n";
+    return;
+  }
+  ReportLoadFailure(file, error, err);
+}
+
+void CSourceSession::ReportLoadFailure(const std::string& file, unsigned long error, std::ostream& err) {
+  err << "brindlet: cannot open " << file << ": "
+      << (error != ERROR_SUCCESS ? DescribeWin32Error(error) : "load failed") << "\n";
+}
+
+void CSourceSession::TakeInterfaces() {
   m_Filter->QueryInterface(IID_ITsStreamInfo, m_Info.PutVoid());
   m_Filter->QueryInterface(IID_ITsScanReport, m_Report.PutVoid());
 }

@@ -176,7 +176,8 @@ STDMETHODIMP CSinkFilter::SetSampleDelay(DWORD microseconds) {
 }
 
 bool CSinkFilter::AcceptsLocked(const AM_MEDIA_TYPE& type) const {
-  return m_AcceptAny || type.majortype == MEDIATYPE_Stream;
+  return m_AcceptAny || type.majortype == MEDIATYPE_Stream || type.majortype == MEDIATYPE_Video ||
+         type.majortype == MEDIATYPE_Audio;
 }
 
 void CSinkFilter::WriteFailedLocked(HRESULT failure) {

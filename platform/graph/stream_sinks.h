@@ -5,7 +5,8 @@
 // This header is what a program needs of them: class ids and interfaces.
 //
 // Each is a renderer (IAMFilterMiscFlags) with one input pin "In" (IPin,
-// IMemInputPin) that accepts MEDIATYPE_Stream of any subtype, or any type
+// IMemInputPin) that accepts MEDIATYPE_Stream, MEDIATYPE_Video and
+// MEDIATYPE_Audio of any subtype (what a demultiplexer gives), or any type
 // once SetAcceptAnyType is on. The pin has no allocator of its own, so the
 // upstream pin brings one. Samples are taken while paused or running: these
 // sinks render nothing in time, so they do not wait for Run. Counts start

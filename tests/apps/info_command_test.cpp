@@ -234,10 +234,12 @@ TEST_F(InfoCommandTest, ProgramsStreamsLanguagesAndNamesInBothForms) {
   EXPECT_EQ(j["file_packets"].Int(), static_cast<long long>(file.PacketCount()));
   EXPECT_EQ(j["duration_100ns"].kind, Json::kNumber);
   EXPECT_EQ(j["duration_text"].kind, Json::kString);
+  EXPECT_EQ(j["filter_through"].text, std::string("BRINDLET_MODULE, ") + BRINDLET_MODULE_PATH);
   // The rest whole: with the keys read above, the documented key set.
   Json rest = j;
   for (const char* key :
-       {"programs", "audio_tracks", "census", "file", "file_packets", "duration_100ns", "duration_text"}) {
+       {"programs", "audio_tracks", "census", "file", "file_packets", "duration_100ns", "duration_text",
+        "filter_through"}) {
     rest.members.erase(key);
   }
   EXPECT_EQ(Compact(rest), R"({"no_pmt":false,"pat_version":3,"ready":true,"selected_program":10,)"

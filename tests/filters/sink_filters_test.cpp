@@ -13,7 +13,9 @@
 
 namespace {
 
-TEST(SinkInputPin, AcceptsStreamsOrAnythingWhenTold) {
+TEST(SinkInputPin, AcceptsStreamsVideoAndAudioOrAnythingWhenTold) {
+  // A major type that is none of the three, as text or subtitles would be.
+  constexpr GUID kOtherMajor = MakeGuid(0x73747874, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
   const struct {
     GUID major;
     GUID sub;
@@ -22,9 +24,10 @@ TEST(SinkInputPin, AcceptsStreamsOrAnythingWhenTold) {
   } cases[] = {
       {MEDIATYPE_Stream, MEDIASUBTYPE_MPEG2_TRANSPORT, FALSE, S_OK},
       {MEDIATYPE_Stream, GUID_NULL, FALSE, S_OK},
-      {MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO, FALSE, VFW_E_TYPE_NOT_ACCEPTED},
-      {MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO, TRUE, S_OK},
-      {MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3, TRUE, S_OK},
+      {MEDIATYPE_Video, MEDIASUBTYPE_MPEG2_VIDEO, FALSE, S_OK},
+      {MEDIATYPE_Audio, MEDIASUBTYPE_DOLBY_AC3, FALSE, S_OK},
+      {kOtherMajor, GUID_NULL, FALSE, VFW_E_TYPE_NOT_ACCEPTED},
+      {kOtherMajor, GUID_NULL, TRUE, S_OK},
   };
   for (REFCLSID clsid : {CLSID_NullRenderer, CLSID_StreamFileWriter}) {
     for (const auto& c : cases) {
