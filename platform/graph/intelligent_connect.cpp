@@ -107,8 +107,7 @@ HRESULT Render(IGraphBuilder* graph, IPin* output, int depth) {
   FilterQuery query;
   query.minimumMerit = MERIT_DO_NOT_USE + 1;
   query.inputNeeded = true;
-  query.inputTypes = TypesOf(output);
-  if (query.inputTypes.empty()) query.inputTypes.push_back({GUID_NULL, GUID_NULL});
+  query.inputTypes = TypesOf(output);  // none offered: any filter with an input pin
   for (const RegisteredFilter& candidate : MatchingFilters(query)) {
     const HRESULT hr = TryFilter(graph, output, candidate, depth);
     if (SUCCEEDED(hr)) return hr;
