@@ -2,6 +2,7 @@
 // Brindlet.ax, the file types, and what the registry holds afterwards.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -341,6 +342,71 @@ TEST_F(ModuleRegistrationTest, TheMediaPlayersDescriptionLeadsToTheModulesString
   EXPECT_EQ(LoadStringA(module, 107, text, sizeof text), 0);
   EXPECT_STREQ(text, "");
   EXPECT_EQ(m_Unregister(), S_OK);
+}
+
+// A class factory that refuses to make anything, to stand for a platform
+// without one of the mappers.
+class CRefusingFactory final : public IClassFactory {
+ public:
+  explicit CRefusingFactory(HRESULT code) : m_Code(code) {}
+  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+    if (riid != IID_IUnknown && riid != IID_IClassFactory) return E_NOINTERFACE;
+    *ppv = static_cast<IClassFactory*>(this);
+    AddRef();
+    return S_OK;
+  }
+  STDMETHODIMP_(ULONG) AddRef() override { return ++m_Count; }
+  STDMETHODIMP_(ULONG) Release() override {
+    const ULONG count = --m_Count;
+    if (count == 0) delete this;
+    return count;
+  }
+  STDMETHODIMP CreateInstance(IUnknown*, REFIID, void** ppv) override {
+    *ppv = nullptr;
+    return m_Code;
+  }
+  STDMETHODIMP LockServer(BOOL) override { return S_OK; }
+
+ private:
+  ~CRefusingFactory() = default;
+  HRESULT m_Code;
+  std::atomic<ULONG> m_Count{0};
+};
+
+TEST_F(ModuleRegistrationTest, TheOlderMapperStandsInAndWithNeitherTheClassesStay) {
+  constexpr HRESULT kNoMapper2 = E_ACCESSDENIED;
+  constexpr HRESULT kNoMapper = REGDB_E_CLASSNOTREG;
+  const struct {
+    const char* name;
+    bool olderMissing;
+    HRESULT result;
+  } cases[] = {
+      {"only IFilterMapper", false, S_OK},
+      {"no mapper at all", true, kNoMapper},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    tsw::ScopedRegistry registry;
+    PlatformRegisterClassObject(CLSID_FilterMapper2, new CRefusingFactory(kNoMapper2));
+    if (c.olderMissing) PlatformRegisterClassObject(CLSID_FilterMapper, new CRefusingFactory(kNoMapper));
+    const HRESULT hr = m_Register();
+    PlatformRegisterClassObject(CLSID_FilterMapper2, nullptr);
+    PlatformRegisterClassObject(CLSID_FilterMapper, nullptr);
+
+    EXPECT_EQ(hr, c.result);
+    EXPECT_EQ(Text(HKEY_CLASSES_ROOT, "CLSID\\" + GuidToString(CLSID_BrindletSource), nullptr),
+              "Caldrovia Brindlet")
+        << "classes go in before the filter entry, and stay";
+    const auto filters = Registered(0);
+    ASSERT_EQ(filters.size(), c.olderMissing ? 0u : 1u);
+    if (c.olderMissing) continue;
+    // The same entry, made through the older interface's own calls.
+    EXPECT_EQ(filters[0].merit, MERIT_DO_NOT_USE);
+    ASSERT_EQ(filters[0].pins.size(), 1u);
+    EXPECT_EQ(filters[0].pins[0].flags, REG_PINFLAG_B_OUTPUT);
+    ASSERT_EQ(filters[0].pins[0].types.size(), 1u);
+    EXPECT_EQ(filters[0].pins[0].types[0].minor, MEDIASUBTYPE_MPEG2_TRANSPORT);
+  }
 }
 
 TEST_F(ModuleRegistrationTest, PageClassesAreServedButNotYetMade) {
