@@ -47,6 +47,7 @@ STDMETHODIMP CTsSourceFilter::NonDelegatingQueryInterface(REFIID riid, void** pp
   if (riid == IID_ISpecifyPropertyPages) return GetInterface(static_cast<ISpecifyPropertyPages*>(this), ppv);
   if (riid == IID_ITsStreamInfo) return GetInterface(static_cast<ITsStreamInfo*>(this), ppv);
   if (riid == IID_ITsScanReport) return GetInterface(static_cast<ITsScanReport*>(this), ppv);
+  if (riid == IID_ITsConversionSink) return GetInterface(static_cast<ITsConversionSink*>(this), ppv);
   return CSource::NonDelegatingQueryInterface(riid, ppv);
 }
 
@@ -129,9 +130,24 @@ void CTsSourceFilter::ChooseClock() {
   found->Release();
 }
 
-STDMETHODIMP CTsSourceFilter::Stop() { return CSource::Stop(); }
+STDMETHODIMP CTsSourceFilter::Stop() {
+  return m_Conversion.Stop([this] { return CSource::Stop(); });
+}
 
-STDMETHODIMP CTsSourceFilter::Pause() { return CSource::Pause(); }
+STDMETHODIMP CTsSourceFilter::Pause() {
+  if (m_Conversion.HoldsSink() && !m_Conversion.HoldsRecorder()) {
+    std::wstring file;
+    {
+      CAutoLock lock(&m_FilterLock);
+      if (m_WideName) file = m_WideName.get();
+    }
+    // The recorder starts before the worker exists.
+    m_Conversion.BeforePause(file);
+  }
+  return CSource::Pause();
+}
+
+STDMETHODIMP CTsSourceFilter::SetSinkFilter(IUnknown* sink) { return m_Conversion.SetSinkFilter(sink); }
 
 HRESULT CTsSourceFilter::AddFilterByClass(REFCLSID clsid, IBaseFilter** filterOut, LPCWSTR name) {
   CAutoLock lock(&m_FilterLock);

@@ -35,7 +35,10 @@
 // The host's operations: JoinFilterGraph takes the state lock in the base,
 // then the filter lock; SetSyncSource and Load take the filter lock, then
 // the state lock; QueryVendorInfo and GetCurFile the filter lock; Pause and
-// Stop the state lock, then the pin's worker sequence (host/source.h).
+// Stop the state lock, then the pin's worker sequence (host/source.h). With
+// a stream buffer sink, Pause and Stop first run the conversion's steps with
+// no lock held (Pause copies the file name under the filter lock), and
+// SetSinkFilter takes no lock.
 #pragma once
 
 #include <atomic>
@@ -52,9 +55,11 @@
 #include "analysis/packet_file.h"
 #include "analysis/pid_census.h"
 #include "control/brindlet_ids.h"
+#include "control/conversion_sink.h"
 #include "control/scan_report.h"
 #include "control/text_query.h"
 #include "control/ts_stream_info.h"
+#include "conversion/recording_conversion.h"
 #include "delivery/ts_output_pin.h"
 #include "host/critical_section.h"
 #include "host/media_type.h"
@@ -78,6 +83,7 @@ class CTsSourceFilter : public CSource,
                         public ISpecifyPropertyPages,
                         public ITsStreamInfo,
                         public ITsScanReport,
+                        public ITsConversionSink,
                         private CPacketEngineHost,
                         private CTextQueryFacts {
  public:
@@ -135,6 +141,9 @@ class CTsSourceFilter : public CSource,
                                  DWORD size) override;
   STDMETHODIMP GetScanFlags(DWORD* ready, DWORD* noPmt, WORD* selectedProgram) override;
   STDMETHODIMP GetDuration(LONGLONG* duration) override;
+
+  // ITsConversionSink
+  STDMETHODIMP SetSinkFilter(IUnknown* sink) override;
 
   // The pin that Load made; null before.
   CTsOutputPin* OutputPin() const { return m_OutputPin.get(); }
@@ -247,6 +256,9 @@ class CTsSourceFilter : public CSource,
   DWORD m_GraphRotCookie = 0;
   DWORD m_FilterRotCookie = 0;
   int m_MiscFlagsAsked = 0;
+
+  // SinkFilter and Recorder: host thread only, released by the destructor.
+  CRecordingConversion m_Conversion;
 
   std::unique_ptr<CTsOutputPin> m_OutputPin;
 };

@@ -244,6 +244,9 @@ void CTsSourceFilter::CensusAdd(std::uint16_t pid, std::uint8_t kind) {
 }
 
 void CTsSourceFilter::EndOfStream() {
+  // On the worker with the pin lock held: until the user answers, nothing
+  // is delivered and a seek or Stop waits.
+  if (m_Conversion.HoldsSink()) MessageBoxA(nullptr, kConversionDoneText, kMessageCaption, MB_OK);
   const std::uint32_t window = m_NotifyWindow;
   if (window != 0) {
     PostMessageA(reinterpret_cast<HWND>(static_cast<std::uintptr_t>(window)), kEndOfStreamMessage,

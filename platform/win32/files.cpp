@@ -5,11 +5,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <new>
+#include <thread>
 #include <unordered_map>
+
+#include "platform/win32/codepage.h"
 
 namespace {
 
@@ -336,3 +340,18 @@ BOOL CloseHandle(HANDLE handle) {
   // another thread still holds the object.
   return TRUE;
 }
+
+BOOL DeleteFileA(LPCSTR name) {
+  if (name == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
+  struct stat info {};
+  if (::lstat(name, &info) == 0 && S_ISDIR(info.st_mode)) return FailWith(ERROR_ACCESS_DENIED);
+  if (::unlink(name) != 0) return FailWithErrno();
+  return TRUE;
+}
+
+BOOL DeleteFileW(LPCWSTR name) {
+  if (name == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
+  return DeleteFileA(WideToAnsi(name).c_str());
+}
+
+void Sleep(DWORD milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }

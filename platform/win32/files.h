@@ -55,6 +55,14 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, DWORD* written, void*
 // ERROR_INVALID_PARAMETER. Returns the low half of the new position.
 DWORD SetFilePointer(HANDLE file, LONG distanceLow, LONG* distanceHigh, DWORD method);
 
+// Removes a file (not a directory: ERROR_ACCESS_DENIED, as on the platform).
+// The wide name goes to the file system in the ANSI code page.
+BOOL DeleteFileW(LPCWSTR name);
+BOOL DeleteFileA(LPCSTR name);
+
+// Suspends the calling thread for at least `milliseconds`.
+void Sleep(DWORD milliseconds);
+
 // Asks the file system on every call, so growth by another writer shows.
 DWORD GetFileSize(HANDLE file, DWORD* high);
 
