@@ -9,6 +9,7 @@
 #include <functional>
 #include <iostream>
 
+#include "apps/brindlet/graph_run.h"
 #include "apps/brindlet/query_command.h"
 #include "apps/brindlet/source_session.h"
 #include "apps/brindlet/status_line.h"
@@ -22,43 +23,6 @@
 #include "platform/graph/stream_sinks.h"
 
 namespace {
-
-// Long enough to cost nothing, short enough for a status line ten times a
-// second.
-constexpr LONG kWaitSliceMs = 100;
-// While a seek waits for its moment, the position is looked at this often.
-constexpr LONG kSeekSliceMs = 1;
-constexpr double kUnitsPerSecond = 1e7;  // REFERENCE_TIME
-
-std::string Hex(HRESULT hr) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
-  return text;
-}
-
-// Win32 errors (as the writer reports them) in words, anything else by code.
-std::string DescribeResult(HRESULT hr) {
-  const auto code = static_cast<unsigned>(hr);
-  if ((code & 0xFFFF0000u) == 0x80070000u) {
-    const unsigned long error = code & 0xFFFFu;
-    const std::string words = error == ERROR_DISK_FULL ? "disk full" : DescribeWin32Error(error);
-    return words + " (" + Hex(hr) + ")";
-  }
-  return "error " + Hex(hr);
-}
-
-ComPtr<IPin> FirstPin(IBaseFilter* filter, PIN_DIRECTION wanted) {
-  ComPtr<IEnumPins> pins;
-  if (FAILED(filter->EnumPins(pins.PutAddress())) || !pins) return {};
-  for (;;) {
-    IPin* raw = nullptr;
-    ULONG fetched = 0;
-    if (pins->Next(1, &raw, &fetched) != S_OK || fetched != 1 || raw == nullptr) return {};
-    ComPtr<IPin> pin = ComPtr<IPin>::Attach(raw);
-    PIN_DIRECTION direction = PINDIR_INPUT;
-    if (SUCCEEDED(pin->QueryDirection(&direction)) && direction == wanted) return pin;
-  }
-}
 
 LONGLONG SamplesWritten(IStreamSinkControl* counts, LONGLONG* bytes) {
   LONGLONG samples = 0;
@@ -104,8 +68,6 @@ bool ParseSeekAt(const std::string& text, std::pair<double, double>* seek) {
 
 namespace {
 
-LONGLONG ToUnits(double seconds) { return static_cast<LONGLONG>(seconds * kUnitsPerSecond + 0.5); }
-
 // The start, stop and rate of the command line, through the graph's
 // seeking, before the graph runs.
 bool ApplyPositions(const PlayOptions& options, IMediaSeeking* seeking, std::ostream& err) {
@@ -146,21 +108,6 @@ constexpr std::uint64_t kPacketBytes = 188;
 // looking at the position every millisecond can act in that stretch.
 constexpr DWORD kSwitchPaceMicroseconds = 100;
 
-// Subtypes of the filter's own media types, by their well-known values; the
-// tool reaches the filter only through the module, so it keeps its own copy.
-constexpr GUID kSubtypeAvc1 = MakeGuid(0x31435641, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-constexpr GUID kSubtypeMpeg1AudioPayload =
-    MakeGuid(0x00000050, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-constexpr GUID kSubtypeAac = MakeGuid(0xAACE71A1, 0x8259, 0x4250, 0x85, 0x83, 0x49, 0x61, 0x3A, 0xF3, 0x1C, 0x93);
-
-void FreeMediaType(AM_MEDIA_TYPE* type) {
-  if (type->pbFormat != nullptr) CoTaskMemFree(type->pbFormat);
-  if (type->pUnk != nullptr) type->pUnk->Release();
-  type->pbFormat = nullptr;
-  type->pUnk = nullptr;
-  type->cbFormat = 0;
-}
-
 std::string ExtensionFor(REFGUID subtype) {
   if (subtype == MEDIASUBTYPE_MPEG2_VIDEO) return ".m2v";
   if (subtype == kSubtypeAvc1) return ".h264";
@@ -180,48 +127,6 @@ std::string FileStem(const std::string& pinName) {
   return stem.empty() ? "stream" : stem;
 }
 
-std::vector<ComPtr<IPin>> OutputPins(IBaseFilter* filter) {
-  std::vector<ComPtr<IPin>> found;
-  ComPtr<IEnumPins> pins;
-  if (FAILED(filter->EnumPins(pins.PutAddress())) || !pins) return found;
-  for (;;) {
-    IPin* raw = nullptr;
-    ULONG fetched = 0;
-    if (pins->Next(1, &raw, &fetched) != S_OK || fetched != 1 || raw == nullptr) return found;
-    ComPtr<IPin> pin = ComPtr<IPin>::Attach(raw);
-    PIN_DIRECTION direction = PINDIR_INPUT;
-    if (SUCCEEDED(pin->QueryDirection(&direction)) && direction == PINDIR_OUTPUT) found.push_back(pin);
-  }
-}
-
-std::string PinName(IPin* pin) {
-  PIN_INFO info{};
-  if (FAILED(pin->QueryPinInfo(&info))) return {};
-  if (info.pFilter != nullptr) info.pFilter->Release();
-  return WideToAnsi(info.achName);
-}
-
-// "PID 0x0100", or "no PID" for a pin that the filter left unmapped.
-std::string MappedPids(IPin* pin) {
-  ComPtr<IMPEG2PIDMap> map;
-  ComPtr<IEnumPIDMap> entries;
-  // PutVoid stores the pointer at the end of the statement, so it is looked
-  // at in the next one.
-  pin->QueryInterface(IID_IMPEG2PIDMap, map.PutVoid());
-  if (!map || FAILED(map->EnumPIDMap(entries.PutAddress())) || !entries) return "no PID map";
-  std::string text;
-  PID_MAP entry{};
-  ULONG received = 0;
-  while (entries->Next(1, &entry, &received) == S_OK && received == 1) {
-    char pid[16];
-    std::snprintf(pid, sizeof pid, "0x%04X", static_cast<unsigned>(entry.ulPID));
-    text += (text.empty() ? "PID " : ", ") + std::string(pid);
-    // What a filter that found no stream for the pin maps.
-    if (entry.ulPID == 0) text += " (the PAT)";
-  }
-  return text.empty() ? "no PID" : text;
-}
-
 struct StreamWriter {
   std::string pinName;
   std::string pids;  // what the filter mapped to the pin, for the reports
@@ -229,78 +134,6 @@ struct StreamWriter {
   ComPtr<IBaseFilter> filter;
   ComPtr<IStreamSinkControl> counts;
 };
-
-// Runs the graph to the end of the stream, with the seeks of --seek-at.
-// `onSlice` runs after each wait that ended without an event; `quick` asks
-// for short waits while something waits for its moment. Gives the failure,
-// empty for a clean end.
-std::string RunToEnd(IMediaEvent* events, IMediaSeeking* seeking, std::vector<std::pair<double, double>> seeks,
-                     const std::function<bool()>& quick, const std::function<void()>& onSlice,
-                     std::ostream& err) {
-  std::sort(seeks.begin(), seeks.end());
-  std::size_t nextSeek = 0;
-  std::string failure;
-  for (;;) {
-    LONG code = 0;
-    LONG_PTR param1 = 0;
-    LONG_PTR param2 = 0;
-    const bool seekPending = nextSeek < seeks.size() && seeking != nullptr;
-    const HRESULT hr = events->GetEvent(&code, &param1, &param2, seekPending || quick() ? kSeekSliceMs : kWaitSliceMs);
-    if (hr == E_ABORT) {
-      LONGLONG position = 0;
-      if (seekPending && SUCCEEDED(seeking->GetCurrentPosition(&position)) &&
-          position >= ToUnits(seeks[nextSeek].first)) {
-        // The worker is running: the seek flushes it and sends it on.
-        LONGLONG target = ToUnits(seeks[nextSeek].second);
-        seeking->SetPositions(&target, AM_SEEKING_AbsolutePositioning, nullptr, 0);
-        ++nextSeek;
-      }
-      onSlice();
-      continue;
-    }
-    if (FAILED(hr)) {
-      failure = "the graph stopped before the end of the stream (" + Hex(hr) + ")";
-      break;
-    }
-    events->FreeEventParams(code, param1, param2);
-    const auto result = static_cast<HRESULT>(param1);
-    if (code == EC_COMPLETE) {
-      if (FAILED(result)) failure = "playback ended with " + DescribeResult(result);
-      break;
-    }
-    if (code == EC_ERRORABORT) {
-      failure = "playback aborted: " + DescribeResult(result);
-      break;
-    }
-    if (code == EC_USERABORT) {
-      failure = "playback aborted by the user";
-      break;
-    }
-  }
-  if (failure.empty()) {
-    for (std::size_t i = nextSeek; i < seeks.size(); ++i) {
-      err << "brindlet: note: the stream ended before the position " << seeks[i].first << " s of --seek-at\n";
-    }
-  }
-  return failure;
-}
-
-struct GraphControls {
-  ComPtr<IMediaControl> control;
-  ComPtr<IMediaEvent> events;
-  ComPtr<IMediaSeeking> seeking;  // may stay empty
-};
-
-bool GetControls(IFilterGraph* graph, GraphControls* controls, std::ostream& err) {
-  graph->QueryInterface(IID_IMediaControl, controls->control.PutVoid());
-  graph->QueryInterface(IID_IMediaEvent, controls->events.PutVoid());
-  graph->QueryInterface(IID_IMediaSeeking, controls->seeking.PutVoid());
-  if (!controls->control || !controls->events) {
-    err << "brindlet: the filter graph cannot be run\n";
-    return false;
-  }
-  return true;
-}
 
 int PlayRaw(const PlayOptions& options, CSourceSession& session, std::ostream& out, std::ostream& err,
             ProgressMode progress) {
@@ -380,70 +213,6 @@ int PlayRaw(const PlayOptions& options, CSourceSession& session, std::ostream& o
   out << Summary(samples, bytes, seconds) << "\n";
   return kExitOk;
 }
-
-// The message box of a change of audio kind, as the command line shows it:
-// on stderr, answered by --yes/--no, by the user on a terminal, else No.
-// Installed for the run and taken out again at its end.
-class CConsoleQuestion {
- public:
-  CConsoleQuestion(std::optional<bool> answer, std::ostream& err, std::function<void()> beforePrint)
-      : m_Answer(answer), m_Err(err), m_BeforePrint(std::move(beforePrint)) {
-    m_Previous = SetMessageBoxHandler([this](const char* text, const char* caption, UINT type) {
-      return Show(text, caption, type);
-    });
-  }
-  ~CConsoleQuestion() { SetMessageBoxHandler(m_Previous); }
-  CConsoleQuestion(const CConsoleQuestion&) = delete;
-  CConsoleQuestion& operator=(const CConsoleQuestion&) = delete;
-
-  int Shown() const { return m_Shown; }
-  bool AnsweredYes() const { return m_Yes; }
-
- private:
-  int Show(const char* text, const char* caption, UINT type) {
-    ++m_Shown;
-    m_BeforePrint();
-    // One line, as every message of the tool: the box's blank lines go.
-    std::string line = std::string(caption) + ": ";
-    bool gap = false;
-    for (const char* c = text; *c != '\0'; ++c) {
-      if (*c == '\n' || *c == '\r') {
-        gap = true;
-        continue;
-      }
-      if (gap) line += ' ';
-      gap = false;
-      line += *c;
-    }
-    m_Err << line << "\n" << std::flush;
-    const UINT buttons = type & MB_TYPEMASK;
-    if (buttons != MB_YESNO && buttons != MB_YESNOCANCEL) return buttons == MB_OK || buttons == MB_OKCANCEL ? IDOK : IDCANCEL;
-    bool yes = false;
-    if (m_Answer) {
-      yes = *m_Answer;
-    } else if (isatty(STDIN_FILENO) != 0) {
-      for (;;) {
-        m_Err << "Yes or No? (y/n) " << std::flush;
-        std::string reply;
-        if (!std::getline(std::cin, reply)) break;
-        if (reply == "y" || reply == "Y" || reply == "yes") {
-          yes = true;
-          break;
-        }
-        if (reply == "n" || reply == "N" || reply == "no") break;
-      }
-    }
-    m_Yes = yes;
-    return yes ? IDYES : IDNO;
-  }
-
-  std::optional<bool> m_Answer;
-  std::ostream& m_Err;
-  std::function<void()> m_BeforePrint;
-  MessageBoxHandler m_Previous;
-  int m_Shown = 0;
-  bool m_Yes = false;
-};
 
 std::string TrackLabel(IAMStreamSelect* select, LONG index) {
   LPWSTR name = nullptr;
