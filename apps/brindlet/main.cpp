@@ -3,11 +3,14 @@
 
 #include <unistd.h>
 
+#include <csignal>
+
 #include <cstdio>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "apps/brindlet/convert_command.h"
 #include "apps/brindlet/info_command.h"
 #include "apps/brindlet/play_command.h"
 #include "apps/brindlet/query_command.h"
@@ -15,6 +18,9 @@
 #include "apps/brindlet/settings_command.h"
 
 int main(int argc, char** argv) {
+  // A file size limit then fails a write with an error the writers report,
+  // rather than ending the process.
+  std::signal(SIGXFSZ, SIG_IGN);
   CLI::App app{"Brindlet: MPEG transport stream source filter, from the command line"};
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Show help for all subcommands");
@@ -86,6 +92,21 @@ int main(int argc, char** argv) {
         return ParseSeekAt(text, &seek) ? std::string() : std::string("expected T:S in seconds");
       });
 
+  ConvertOptions convert;
+  CLI::App* convertCommand = app.add_subcommand(
+      "convert", "Play FILE into the stream buffer sink: a recording beside it, named FILE without its extension");
+  convertCommand->add_option("FILE", convert.file, "Transport stream file")->required();
+  bool convertYes = false;
+  bool convertNo = false;
+  CLI::Option* convertYesOption =
+      convertCommand->add_flag("--yes", convertYes, "Replace a file that has the recording's name");
+  CLI::Option* convertNoOption =
+      convertCommand->add_flag("--no", convertNo, "Keep such a file and stop (the default off a terminal)");
+  convertYesOption->excludes(convertNoOption);
+  bool convertProgress = false;
+  convertCommand->add_flag("--progress", convertProgress,
+                           "Show the status line also when stderr is no terminal, one line per update");
+
   SettingsOptions settings;
   CLI::App* settingsCommand = app.add_subcommand("settings", "Show or change the per-user settings");
   settingsCommand->require_subcommand(1);
@@ -142,6 +163,14 @@ int main(int argc, char** argv) {
     return RunPlay(play, std::cout, std::cerr, progress);
   }
   if (settingsCommand->parsed()) return RunSettings(settings, std::cout, std::cerr);
+  if (convertCommand->parsed()) {
+    if (convertYes) convert.answer = true;
+    if (convertNo) convert.answer = false;
+    const ProgressMode progress = isatty(STDERR_FILENO) != 0 ? ProgressMode::Terminal
+                                  : convertProgress             ? ProgressMode::Lines
+                                                                : ProgressMode::Off;
+    return RunConvert(convert, std::cout, std::cerr, progress);
+  }
   if (registerCommand->parsed()) return RunRegister(registration, std::cout, std::cerr);
   if (unregisterCommand->parsed()) return RunRegister(unregistration, std::cout, std::cerr);
   return kExitUsage;
