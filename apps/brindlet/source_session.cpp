@@ -10,6 +10,7 @@
 #include "platform/graph/stream_sinks.h"
 #include "platform/com/objbase.h"
 #include "platform/graph/mpeg2_demux.h"
+#include "platform/graph/stream_buffer.h"
 #include "platform/win32/codepage.h"
 #include "platform/com/com_memory.h"
 #include "platform/win32/files.h"
@@ -44,6 +45,7 @@ void RegisterPlatformFiltersIn(const std::filesystem::path& dir) {
       {&CLSID_MPEG2Demultiplexer, "Mpeg2Demux.ax"},
       {&CLSID_NullRenderer, "Sinks.ax"},
       {&CLSID_StreamFileWriter, "Sinks.ax"},
+      {&CLSID_StreamBufferSink, "StreamBuffer.ax"},
   };
   for (const auto& filter : kFilters) {
     std::error_code error;

@@ -5,6 +5,7 @@
 #include "platform/graph/stream_sinks.h"
 #include "platform/com/objbase.h"
 #include "platform/graph/mpeg2_demux.h"
+#include "platform/graph/stream_buffer.h"
 
 namespace {
 
@@ -13,6 +14,7 @@ struct CRegisterPlatformFilters {
     PlatformRegisterInprocServer(CLSID_NullRenderer, BRINDLET_SINKS_MODULE);
     PlatformRegisterInprocServer(CLSID_StreamFileWriter, BRINDLET_SINKS_MODULE);
     PlatformRegisterInprocServer(CLSID_MPEG2Demultiplexer, BRINDLET_MPEG2_DEMUX_MODULE);
+    PlatformRegisterInprocServer(CLSID_StreamBufferSink, BRINDLET_STREAM_BUFFER_MODULE);
   }
 } const g_Registered;
 
