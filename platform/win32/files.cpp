@@ -72,6 +72,8 @@ DWORD Win32ErrorFromErrno(int error) {
     case EEXIST:
       return ERROR_FILE_EXISTS;
     case ENOSPC:
+    case EFBIG:   // a file size limit
+    case EDQUOT:
       return ERROR_DISK_FULL;
     case ENOMEM:
       return ERROR_NOT_ENOUGH_MEMORY;

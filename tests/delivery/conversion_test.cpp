@@ -191,7 +191,8 @@ TEST(RecordingConversion, PauseStopPauseStopMakesOneRecorderStartedOnceAndStoppe
   EXPECT_GE(firstStop, 2.0);
   EXPECT_LT(firstStop, 3.0);
   // A second sink is refused: one recording per filter object.
-  EXPECT_EQ(conversion.SetSinkFilter(new CFakeSink(calls, {})), VFW_E_WRONG_STATE);
+  const ComPtr<IStreamBufferSink> second(new CFakeSink(calls, {}));
+  EXPECT_EQ(conversion.SetSinkFilter(second.Get()), VFW_E_WRONG_STATE);
 }
 
 TEST(RecordingConversion, ALeftoverTargetIsDeletedAndTheSecondTrySucceeds) {
