@@ -10,6 +10,8 @@
 #include <utility>
 
 #include "platform/com/com_memory.h"
+#include "platform/com/enum_snapshot.h"
+#include "platform/com/moniker_base.h"
 
 namespace {
 
@@ -28,15 +30,7 @@ bool SameTextIgnoringCase(const std::wstring& a, const std::wstring& b) {
   return true;
 }
 
-HRESULT CopyToTaskMemory(const std::wstring& text, LPOLESTR* out) {
-  auto* copy = static_cast<LPOLESTR>(CoTaskMemAlloc((text.size() + 1) * sizeof(OLECHAR)));
-  if (copy == nullptr) return E_OUTOFMEMORY;
-  std::memcpy(copy, text.c_str(), (text.size() + 1) * sizeof(OLECHAR));
-  *out = copy;
-  return S_OK;
-}
-
-class CItemMoniker final : public IMoniker {
+class CItemMoniker final : public platform_internal::CMonikerBase {
  public:
   CItemMoniker(std::wstring delimiter, std::wstring item)
       : m_Delimiter(std::move(delimiter)), m_Item(std::move(item)) {}
@@ -44,57 +38,20 @@ class CItemMoniker final : public IMoniker {
   const std::wstring& Delimiter() const { return m_Delimiter; }
   const std::wstring& Item() const { return m_Item; }
 
-  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    if (ppv == nullptr) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IPersist || riid == IID_IPersistStream ||
-        riid == IID_IMoniker) {
-      *ppv = static_cast<IMoniker*>(this);
-    } else if (riid == IID_IPlatformItemMoniker) {
-      *ppv = this;
-    } else {
-      *ppv = nullptr;
-      return E_NOINTERFACE;
-    }
-    AddRef();
-    return S_OK;
-  }
-  STDMETHODIMP_(ULONG) AddRef() override { return ++m_RefCount; }
-  STDMETHODIMP_(ULONG) Release() override {
-    const ULONG count = --m_RefCount;
-    if (count == 0) delete this;
-    return count;
-  }
-
   STDMETHODIMP GetClassID(CLSID* clsid) override {
     if (clsid == nullptr) return E_POINTER;
     *clsid = CLSID_ItemMoniker;
     return S_OK;
   }
-  STDMETHODIMP IsDirty() override { return S_FALSE; }
-  STDMETHODIMP Load(IStream*) override { return E_NOTIMPL; }
-  STDMETHODIMP Save(IStream*, BOOL) override { return E_NOTIMPL; }
-  STDMETHODIMP GetSizeMax(ULARGE_INTEGER*) override { return E_NOTIMPL; }
-
   STDMETHODIMP BindToObject(IBindCtx*, IMoniker*, REFIID, void** result) override {
     if (result != nullptr) *result = nullptr;
     return E_NOTIMPL;
-  }
-  STDMETHODIMP BindToStorage(IBindCtx*, IMoniker*, REFIID, void** result) override {
-    if (result != nullptr) *result = nullptr;
-    return E_NOTIMPL;
-  }
-  STDMETHODIMP Reduce(IBindCtx*, DWORD, IMoniker**, IMoniker**) override { return E_NOTIMPL; }
-  STDMETHODIMP ComposeWith(IMoniker*, BOOL, IMoniker**) override { return E_NOTIMPL; }
-  STDMETHODIMP Enum(BOOL, IEnumMoniker** monikers) override {
-    if (monikers == nullptr) return E_POINTER;
-    *monikers = nullptr;  // an item moniker has no parts, as on the platform
-    return S_OK;
   }
   STDMETHODIMP IsEqual(IMoniker* other) override {
     if (other == nullptr) return E_INVALIDARG;
     void* raw = nullptr;
     if (FAILED(other->QueryInterface(IID_IPlatformItemMoniker, &raw))) return S_FALSE;
-    auto* item = static_cast<CItemMoniker*>(raw);
+    auto* item = static_cast<CItemMoniker*>(static_cast<IMoniker*>(raw));
     const bool equal = SameTextIgnoringCase(m_Delimiter, item->m_Delimiter) &&
                        SameTextIgnoringCase(m_Item, item->m_Item);
     item->Release();
@@ -112,18 +69,10 @@ class CItemMoniker final : public IMoniker {
     *hash = h;
     return S_OK;
   }
-  STDMETHODIMP IsRunning(IBindCtx*, IMoniker*, IMoniker*) override { return E_NOTIMPL; }
-  STDMETHODIMP GetTimeOfLastChange(IBindCtx*, IMoniker*, FILETIME*) override { return E_NOTIMPL; }
-  STDMETHODIMP Inverse(IMoniker**) override { return E_NOTIMPL; }
-  STDMETHODIMP CommonPrefixWith(IMoniker*, IMoniker**) override { return E_NOTIMPL; }
-  STDMETHODIMP RelativePathTo(IMoniker*, IMoniker**) override { return E_NOTIMPL; }
   STDMETHODIMP GetDisplayName(IBindCtx*, IMoniker*, LPOLESTR* displayName) override {
     if (displayName == nullptr) return E_POINTER;
     *displayName = nullptr;
-    return CopyToTaskMemory(m_Delimiter + m_Item, displayName);
-  }
-  STDMETHODIMP ParseDisplayName(IBindCtx*, IMoniker*, LPOLESTR, ULONG*, IMoniker**) override {
-    return E_NOTIMPL;
+    return platform_internal::CopyToTaskMemory(m_Delimiter + m_Item, displayName);
   }
   STDMETHODIMP IsSystemMoniker(DWORD* kind) override {
     if (kind == nullptr) return E_POINTER;
@@ -132,69 +81,10 @@ class CItemMoniker final : public IMoniker {
   }
 
  private:
-  ~CItemMoniker() = default;
+  ~CItemMoniker() override = default;
+  bool AnswersPrivate(REFIID riid) const override { return riid == IID_IPlatformItemMoniker; }
   const std::wstring m_Delimiter;
   const std::wstring m_Item;
-  std::atomic<ULONG> m_RefCount{0};
-};
-
-class CMonikerEnumerator final : public IEnumMoniker {
- public:
-  using List = std::shared_ptr<const std::vector<ComPtr<IMoniker>>>;
-  CMonikerEnumerator(List list, std::size_t position)
-      : m_List(std::move(list)), m_Position(position) {}
-
-  STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-    if (ppv == nullptr) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IEnumMoniker) {
-      *ppv = static_cast<IEnumMoniker*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  STDMETHODIMP_(ULONG) AddRef() override { return ++m_RefCount; }
-  STDMETHODIMP_(ULONG) Release() override {
-    const ULONG count = --m_RefCount;
-    if (count == 0) delete this;
-    return count;
-  }
-
-  STDMETHODIMP Next(ULONG count, IMoniker** monikers, ULONG* fetched) override {
-    if (monikers == nullptr || (fetched == nullptr && count != 1)) return E_POINTER;
-    std::lock_guard<std::mutex> guard(m_Lock);
-    ULONG given = 0;
-    while (given < count && m_Position < m_List->size()) {
-      monikers[given++] = ComPtr<IMoniker>((*m_List)[m_Position++]).Detach();
-    }
-    if (fetched != nullptr) *fetched = given;
-    return given == count ? S_OK : S_FALSE;
-  }
-  STDMETHODIMP Skip(ULONG count) override {
-    std::lock_guard<std::mutex> guard(m_Lock);
-    const std::size_t left = m_List->size() - m_Position;
-    m_Position += std::min<std::size_t>(count, left);
-    return count <= left ? S_OK : S_FALSE;
-  }
-  STDMETHODIMP Reset() override {
-    std::lock_guard<std::mutex> guard(m_Lock);
-    m_Position = 0;
-    return S_OK;
-  }
-  STDMETHODIMP Clone(IEnumMoniker** clone) override {
-    if (clone == nullptr) return E_POINTER;
-    std::lock_guard<std::mutex> guard(m_Lock);
-    *clone = ComPtr<IEnumMoniker>(new CMonikerEnumerator(m_List, m_Position)).Detach();
-    return S_OK;
-  }
-
- private:
-  ~CMonikerEnumerator() = default;
-  const List m_List;
-  std::mutex m_Lock;
-  std::size_t m_Position = 0;  // guarded by m_Lock
-  std::atomic<ULONG> m_RefCount{0};
 };
 
 // Recursive, because comparing monikers calls into them and a foreign
@@ -336,8 +226,43 @@ namespace platform_internal {
 
 HRESULT CreateMonikerEnumerator(std::vector<ComPtr<IMoniker>> monikers, IEnumMoniker** result) {
   if (result == nullptr) return E_POINTER;
-  auto list = std::make_shared<const std::vector<ComPtr<IMoniker>>>(std::move(monikers));
-  *result = ComPtr<IEnumMoniker>(new CMonikerEnumerator(std::move(list), 0)).Detach();
+  *result = ComPtr<IEnumMoniker>(new CEnumSnapshot<IEnumMoniker, IMoniker>(IID_IEnumMoniker, std::move(monikers)))
+                .Detach();
+  return S_OK;
+}
+
+}  // namespace platform_internal
+
+namespace platform_internal {
+
+HRESULT CopyToTaskMemory(const std::wstring& text, LPOLESTR* out) {
+  auto* copy = static_cast<LPOLESTR>(CoTaskMemAlloc((text.size() + 1) * sizeof(OLECHAR)));
+  if (copy == nullptr) return E_OUTOFMEMORY;
+  std::memcpy(copy, text.c_str(), (text.size() + 1) * sizeof(OLECHAR));
+  *out = copy;
+  return S_OK;
+}
+
+STDMETHODIMP CMonikerBase::QueryInterface(REFIID riid, void** ppv) {
+  if (ppv == nullptr) return E_POINTER;
+  if (riid == IID_IUnknown || riid == IID_IPersist || riid == IID_IPersistStream || riid == IID_IMoniker ||
+      AnswersPrivate(riid)) {
+    *ppv = static_cast<IMoniker*>(this);
+    AddRef();
+    return S_OK;
+  }
+  *ppv = nullptr;
+  return E_NOINTERFACE;
+}
+
+STDMETHODIMP CMonikerBase::BindToStorage(IBindCtx*, IMoniker*, REFIID, void** result) {
+  if (result != nullptr) *result = nullptr;
+  return E_NOTIMPL;
+}
+
+STDMETHODIMP CMonikerBase::Enum(BOOL, IEnumMoniker** monikers) {
+  if (monikers == nullptr) return E_POINTER;
+  *monikers = nullptr;
   return S_OK;
 }
 
