@@ -39,27 +39,6 @@ std::string Clock(REFERENCE_TIME units) {
   return text;
 }
 
-// An input pin of the sink that nothing is connected to yet; the sink adds
-// one each time one is taken.
-ComPtr<IPin> FreeInputPin(IBaseFilter* filter) {
-  ComPtr<IEnumPins> pins;
-  if (FAILED(filter->EnumPins(pins.PutAddress())) || !pins) return {};
-  for (;;) {
-    IPin* raw = nullptr;
-    ULONG fetched = 0;
-    if (pins->Next(1, &raw, &fetched) != S_OK || fetched != 1 || raw == nullptr) return {};
-    ComPtr<IPin> pin = ComPtr<IPin>::Attach(raw);
-    PIN_DIRECTION direction = PINDIR_OUTPUT;
-    IPin* peer = nullptr;
-    if (FAILED(pin->QueryDirection(&direction)) || direction != PINDIR_INPUT) continue;
-    if (pin->ConnectedTo(&peer) == S_OK) {
-      peer->Release();
-      continue;
-    }
-    return pin;
-  }
-}
-
 struct RecordedStream {
   GUID subtype{};
   LONGLONG packets = 0;
@@ -144,7 +123,8 @@ int RunConvert(const ConvertOptions& options, std::ostream& out, std::ostream& e
   }
   std::vector<std::string> pins;
   for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
-    const ComPtr<IPin> free = FreeInputPin(sink.Get());
+    // The sink adds a free input pin each time one is taken.
+    const ComPtr<IPin> free = FirstPin(sink.Get(), PINDIR_INPUT, true);
     hr = free ? graph->ConnectDirect(pin.Get(), free.Get(), nullptr) : E_FAIL;
     if (FAILED(hr)) {
       err << "brindlet: cannot connect the demultiplexer's pin " << PinName(pin.Get())

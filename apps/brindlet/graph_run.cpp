@@ -27,17 +27,29 @@ std::string DescribeResult(HRESULT hr) {
   return "error " + Hex(hr);
 }
 
-ComPtr<IPin> FirstPin(IBaseFilter* filter, PIN_DIRECTION wanted) {
+std::vector<ComPtr<IPin>> PinsOf(IBaseFilter* filter, PIN_DIRECTION wanted, bool freeOnly) {
+  std::vector<ComPtr<IPin>> found;
   ComPtr<IEnumPins> pins;
-  if (FAILED(filter->EnumPins(pins.PutAddress())) || !pins) return {};
+  if (FAILED(filter->EnumPins(pins.PutAddress())) || !pins) return found;
   for (;;) {
     IPin* raw = nullptr;
     ULONG fetched = 0;
-    if (pins->Next(1, &raw, &fetched) != S_OK || fetched != 1 || raw == nullptr) return {};
+    if (pins->Next(1, &raw, &fetched) != S_OK || fetched != 1 || raw == nullptr) return found;
     ComPtr<IPin> pin = ComPtr<IPin>::Attach(raw);
     PIN_DIRECTION direction = PINDIR_INPUT;
-    if (SUCCEEDED(pin->QueryDirection(&direction)) && direction == wanted) return pin;
+    if (FAILED(pin->QueryDirection(&direction)) || direction != wanted) continue;
+    IPin* peer = nullptr;
+    if (freeOnly && pin->ConnectedTo(&peer) == S_OK) {
+      peer->Release();
+      continue;
+    }
+    found.push_back(std::move(pin));
   }
+}
+
+ComPtr<IPin> FirstPin(IBaseFilter* filter, PIN_DIRECTION wanted, bool freeOnly) {
+  std::vector<ComPtr<IPin>> pins = PinsOf(filter, wanted, freeOnly);
+  return pins.empty() ? ComPtr<IPin>() : std::move(pins.front());
 }
 
 LONGLONG ToUnits(double seconds) { return static_cast<LONGLONG>(seconds * kUnitsPerSecond + 0.5); }
@@ -50,19 +62,7 @@ void FreeMediaType(AM_MEDIA_TYPE* type) {
   type->cbFormat = 0;
 }
 
-std::vector<ComPtr<IPin>> OutputPins(IBaseFilter* filter) {
-  std::vector<ComPtr<IPin>> found;
-  ComPtr<IEnumPins> pins;
-  if (FAILED(filter->EnumPins(pins.PutAddress())) || !pins) return found;
-  for (;;) {
-    IPin* raw = nullptr;
-    ULONG fetched = 0;
-    if (pins->Next(1, &raw, &fetched) != S_OK || fetched != 1 || raw == nullptr) return found;
-    ComPtr<IPin> pin = ComPtr<IPin>::Attach(raw);
-    PIN_DIRECTION direction = PINDIR_INPUT;
-    if (SUCCEEDED(pin->QueryDirection(&direction)) && direction == PINDIR_OUTPUT) found.push_back(pin);
-  }
-}
+std::vector<ComPtr<IPin>> OutputPins(IBaseFilter* filter) { return PinsOf(filter, PINDIR_OUTPUT, false); }
 
 std::string PinName(IPin* pin) {
   PIN_INFO info{};

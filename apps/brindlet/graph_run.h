@@ -32,7 +32,10 @@ inline constexpr GUID kSubtypeAac = MakeGuid(0xAACE71A1, 0x8259, 0x4250, 0x85, 0
 std::string Hex(HRESULT hr);
 // Win32 errors (as the writer reports them) in words, anything else by code.
 std::string DescribeResult(HRESULT hr);
-ComPtr<IPin> FirstPin(IBaseFilter* filter, PIN_DIRECTION wanted);
+// A filter's pins of one direction, in its order; with `freeOnly`, those
+// that nothing is connected to.
+std::vector<ComPtr<IPin>> PinsOf(IBaseFilter* filter, PIN_DIRECTION wanted, bool freeOnly);
+ComPtr<IPin> FirstPin(IBaseFilter* filter, PIN_DIRECTION wanted, bool freeOnly = false);
 std::vector<ComPtr<IPin>> OutputPins(IBaseFilter* filter);
 std::string PinName(IPin* pin);
 // "PID 0x0100", or "no PID" for a pin that the filter left unmapped.
