@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "apps/brindlet/query_command.h"
+#include "apps/brindlet/json_writer.h"
 #include "apps/brindlet/source_session.h"
 #include "platform/win32/codepage.h"
 
@@ -389,78 +390,6 @@ void WriteText(const InfoReport& r, std::ostream& out) {
 
 // ---- JSON --------------------------------------------------------------------
 
-// Writes one JSON document, two blanks an indent. An inline container, and
-// everything in it, stays on one line.
-class CJsonWriter {
- public:
-  explicit CJsonWriter(std::ostream& out) : m_Out(out) {}
-
-  CJsonWriter& Key(std::string_view key) {
-    BeforeValue();
-    m_Out << JsonQuote(key) << ": ";
-    m_AfterKey = true;
-    return *this;
-  }
-  void BeginObject(bool inlined = false) { Open('{', inlined); }
-  void EndObject() { Close('}'); }
-  void BeginArray(bool inlined = false) { Open('[', inlined); }
-  void EndArray() { Close(']'); }
-  void String(std::string_view text) {
-    BeforeValue();
-    m_Out << JsonQuote(text);
-  }
-  void Number(std::int64_t value) {
-    BeforeValue();
-    m_Out << value;
-  }
-  template <class T>
-  void NumberOrNull(const std::optional<T>& value) {
-    if (value) {
-      Number(*value);
-    } else {
-      Null();
-    }
-  }
-  void Bool(bool value) {
-    BeforeValue();
-    m_Out << (value ? "true" : "false");
-  }
-  void Null() {
-    BeforeValue();
-    m_Out << "null";
-  }
-
- private:
-  struct Level {
-    bool inlined;
-    bool empty;
-  };
-
-  void BeforeValue() {
-    if (std::exchange(m_AfterKey, false) || m_Levels.empty()) return;
-    Level& level = m_Levels.back();
-    if (!level.empty) m_Out << (level.inlined ? ", " : ",");
-    if (!level.inlined) NewLine(m_Levels.size());
-    level.empty = false;
-  }
-  void Open(char bracket, bool inlined) {
-    BeforeValue();
-    m_Out << bracket;
-    m_Levels.push_back({inlined || (!m_Levels.empty() && m_Levels.back().inlined), true});
-  }
-  void Close(char bracket) {
-    const Level level = m_Levels.back();
-    m_Levels.pop_back();
-    if (!level.empty && !level.inlined) NewLine(m_Levels.size());
-    m_Out << bracket;
-  }
-  void NewLine(std::size_t depth) { m_Out << "\n" << std::string(2 * depth, ' '); }
-
-  std::ostream& m_Out;
-  std::vector<Level> m_Levels;
-  bool m_AfterKey = false;
-};
-
 void WriteJson(const InfoReport& r, std::ostream& out) {
   CJsonWriter w(out);
   w.BeginObject();
@@ -541,31 +470,6 @@ fs::path Shown(const fs::path& path, const fs::path& workDir) {
 }
 
 }  // namespace
-
-std::string JsonQuote(std::string_view text) {
-  std::string out = "\"";
-  // The platform's conversion turns every invalid UTF-8 subpart into U+FFFD.
-  for (const wchar_t c : AnsiToWide(text)) {
-    switch (c) {
-      case L'"': out += "\\\""; break;
-      case L'\\': out += "\\\\"; break;
-      case L'\b': out += "\\b"; break;
-      case L'\f': out += "\\f"; break;
-      case L'\n': out += "\\n"; break;
-      case L'\r': out += "\\r"; break;
-      case L'\t': out += "\\t"; break;
-      default:
-        if (c < 0x20 || c == 0x7F) {
-          char escape[8];
-          std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
-          out += escape;
-        } else {
-          out += WideToAnsi(std::wstring_view(&c, 1));
-        }
-    }
-  }
-  return out + "\"";
-}
 
 std::optional<fs::path> FindBundledSample(const fs::path& toolDir, const fs::path& workDir) {
   for (const fs::path& base : {toolDir.empty() ? fs::path() : toolDir / "../../..", workDir}) {

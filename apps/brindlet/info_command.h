@@ -21,7 +21,3 @@ int RunInfo(const InfoOptions& options, std::ostream& out, std::ostream& err);
 // (build/apps/brindlet/), else below `workDir`. Nothing if neither has it.
 std::optional<std::filesystem::path> FindBundledSample(const std::filesystem::path& toolDir,
                                                        const std::filesystem::path& workDir);
-
-// `text` as a JSON string literal with its quotes: control characters,
-// quotes and backslashes escaped, invalid UTF-8 replaced by U+FFFD.
-std::string JsonQuote(std::string_view text);
