@@ -29,7 +29,7 @@
 
 namespace platform_internal {
 
-struct FilterEntry {
+struct GraphMember {
   ComPtr<IBaseFilter> filter;
   ComPtr<IUnknown> identity;
   std::wstring name;
@@ -273,7 +273,7 @@ class CFilterGraph final : public IGraphBuilder,
   HRESULT RunFrom(const REFERENCE_TIME* start);
   HRESULT StateOfGraph(DWORD timeoutMs, FILTER_STATE* state);
   std::wstring UniqueNameLocked(LPCWSTR wanted, bool* renamed) const;
-  FilterEntry* FindLocked(IUnknown* identity);
+  GraphMember* FindLocked(IUnknown* identity);
   std::vector<ComPtr<IBaseFilter>> Filters();
   bool InGraph(IBaseFilter* filter);
   FILTER_STATE State();
@@ -295,7 +295,7 @@ class CFilterGraph final : public IGraphBuilder,
 
   std::recursive_mutex m_ControlLock;
   std::mutex m_DataLock;
-  std::vector<FilterEntry> m_Filters;      // guarded by m_DataLock, in the order added
+  std::vector<GraphMember> m_Filters;      // guarded by m_DataLock, in the order added
   FILTER_STATE m_State = State_Stopped;    // guarded by m_DataLock; changed under m_ControlLock
   ComPtr<IReferenceClock> m_Clock;         // guarded by m_DataLock
   bool m_ClockChosen = false;              // guarded by m_DataLock: SetSyncSource has run

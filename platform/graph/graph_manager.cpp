@@ -12,7 +12,7 @@ std::wstring CFilterGraph::UniqueNameLocked(LPCWSTR wanted, bool* renamed) const
   std::wstring base = wanted != nullptr && wanted[0] != L'\0' ? wanted : L"Filter";
   if (base.size() > kMaxNameLength) base.resize(kMaxNameLength);
   const auto taken = [this](const std::wstring& name) {
-    for (const FilterEntry& entry : m_Filters) {
+    for (const GraphMember& entry : m_Filters) {
       if (entry.name == name) return true;
     }
     return false;
@@ -30,8 +30,8 @@ std::wstring CFilterGraph::UniqueNameLocked(LPCWSTR wanted, bool* renamed) const
   return std::wstring();
 }
 
-FilterEntry* CFilterGraph::FindLocked(IUnknown* identity) {
-  for (FilterEntry& entry : m_Filters) {
+GraphMember* CFilterGraph::FindLocked(IUnknown* identity) {
+  for (GraphMember& entry : m_Filters) {
     if (entry.identity.Get() == identity) return &entry;
   }
   return nullptr;
@@ -41,7 +41,7 @@ std::vector<ComPtr<IBaseFilter>> CFilterGraph::Filters() {
   std::lock_guard<std::mutex> guard(m_DataLock);
   std::vector<ComPtr<IBaseFilter>> filters;
   filters.reserve(m_Filters.size());
-  for (const FilterEntry& entry : m_Filters) filters.push_back(entry.filter);
+  for (const GraphMember& entry : m_Filters) filters.push_back(entry.filter);
   return filters;
 }
 
@@ -79,7 +79,7 @@ STDMETHODIMP CFilterGraph::AddFilter(IBaseFilter* filter, LPCWSTR name) {
   if (FAILED(joined)) {
     ComPtr<IBaseFilter> refused;  // released after the lock
     std::lock_guard<std::mutex> guard(m_DataLock);
-    std::erase_if(m_Filters, [&](FilterEntry& e) {
+    std::erase_if(m_Filters, [&](GraphMember& e) {
       if (e.identity.Get() != identity.Get()) return false;
       refused = std::move(e.filter);
       return true;
@@ -90,7 +90,7 @@ STDMETHODIMP CFilterGraph::AddFilter(IBaseFilter* filter, LPCWSTR name) {
   if (const auto flags = Query<IAMFilterMiscFlags>(filter, IID_IAMFilterMiscFlags)) {
     const ULONG misc = flags->GetMiscFlags();
     std::lock_guard<std::mutex> guard(m_DataLock);
-    if (FilterEntry* entry = FindLocked(identity.Get())) {
+    if (GraphMember* entry = FindLocked(identity.Get())) {
       entry->flagsAnswered = true;
       entry->flaggedRenderer = (misc & AM_FILTER_MISC_FLAGS_IS_RENDERER) != 0;
     }
@@ -116,11 +116,11 @@ STDMETHODIMP CFilterGraph::RemoveFilter(IBaseFilter* filter) {
   FILTER_STATE state = State_Stopped;
   {
     std::lock_guard<std::mutex> guard(m_DataLock);
-    FilterEntry* entry = FindLocked(identity.Get());
+    GraphMember* entry = FindLocked(identity.Get());
     if (entry == nullptr) return VFW_E_NOT_FOUND;
     held = std::move(entry->filter);
     std::erase_if(m_Filters,
-                  [&](const FilterEntry& e) { return e.identity.Get() == identity.Get(); });
+                  [&](const GraphMember& e) { return e.identity.Get() == identity.Get(); });
     state = m_State;
     wasClock = m_Clock && IdentityOf(m_Clock.Get()).Get() == identity.Get();
   }
@@ -151,7 +151,7 @@ STDMETHODIMP CFilterGraph::FindFilterByName(LPCWSTR name, IBaseFilter** filter) 
   if (name == nullptr || filter == nullptr) return E_POINTER;
   *filter = nullptr;
   std::lock_guard<std::mutex> guard(m_DataLock);
-  for (const FilterEntry& entry : m_Filters) {
+  for (const GraphMember& entry : m_Filters) {
     if (entry.name == name) {
       *filter = ComPtr<IBaseFilter>(entry.filter).Detach();
       return S_OK;

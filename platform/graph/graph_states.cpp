@@ -41,13 +41,13 @@ std::vector<ComPtr<IBaseFilter>> CFilterGraph::DownstreamFirst() {
 }
 
 int CFilterGraph::RenderersToHearFrom() {
-  std::vector<FilterEntry> entries;
+  std::vector<GraphMember> entries;
   {
     std::lock_guard<std::mutex> guard(m_DataLock);
     entries = m_Filters;
   }
   int renderers = 0;
-  for (const FilterEntry& entry : entries) {
+  for (const GraphMember& entry : entries) {
     bool hasInput = false;
     bool hasOutput = false;
     bool inputConnected = false;
