@@ -9,10 +9,6 @@
 #include "platform/com/unknwn.h"
 #include "platform/win32/win_types.h"
 
-using OLECHAR = WCHAR;
-using LPOLESTR = OLECHAR*;
-using LPCOLESTR = const OLECHAR*;
-
 struct IStream;
 struct IBindCtx;
 struct IEnumMoniker;

@@ -6,13 +6,6 @@
 
 #include "platform/win32/win_types.h"
 
-struct RECT {
-  LONG left;
-  LONG top;
-  LONG right;
-  LONG bottom;
-};
-
 struct BITMAPINFOHEADER {
   DWORD biSize;
   LONG biWidth;
