@@ -206,7 +206,7 @@ int main(int argc, char** argv) {
   if (strings.empty()) out << "    {0, nullptr},\n";
   out << "};\n}  // namespace\n\n"
       << "extern \"C\" __attribute__((visibility(\"default\"))) const PlatformModuleResources PlatformResources = {\n"
-      << "    kStrings, " << strings.size() << "};\n";
+      << "    kStrings, " << strings.size() << ", nullptr, 0, nullptr, 0};\n";
   std::ofstream file(argv[2], std::ios::binary | std::ios::trunc);
   file << out.str();
   if (!file.flush()) {

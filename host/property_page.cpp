@@ -1,0 +1,1 @@
+#include "host/property_page.h"

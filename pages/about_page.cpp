@@ -1,0 +1,1 @@
+#include "pages/about_page.h"

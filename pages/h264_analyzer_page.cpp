@@ -1,0 +1,1 @@
+#include "pages/h264_analyzer_page.h"

@@ -1,0 +1,1 @@
+#include "pages/page_support.h"

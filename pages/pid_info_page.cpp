@@ -1,0 +1,1 @@
+#include "pages/pid_info_page.h"

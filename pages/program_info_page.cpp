@@ -1,0 +1,1 @@
+#include "pages/program_info_page.h"

@@ -1,0 +1,1 @@
+#include "pages/programs_page.h"
