@@ -382,6 +382,23 @@ HINSTANCE PlatformModuleFromAddress(const void* address) {
 
 BOOL DisableThreadLibraryCalls(HMODULE) { return TRUE; }
 
+namespace {
+
+// A bare module name is looked for in the system folder first, which here is
+// the folder of the platform library, where the platform's own modules lie.
+std::string SystemPathOf(const std::string& name) {
+  if (name.find('/') != std::string::npos) return name;
+  Dl_info info{};
+  if (::dladdr(reinterpret_cast<const void*>(&SystemPathOf), &info) == 0 || info.dli_fname == nullptr) return name;
+  const std::string library = info.dli_fname;
+  const std::size_t slash = library.rfind('/');
+  if (slash == std::string::npos) return name;
+  const std::string candidate = library.substr(0, slash + 1) + name;
+  return ::access(candidate.c_str(), R_OK) == 0 ? candidate : name;
+}
+
+}  // namespace
+
 HMODULE LoadLibraryA(LPCSTR fileName) {
   if (fileName == nullptr || fileName[0] == '\0') {
     SetLastError(ERROR_INVALID_PARAMETER);
@@ -389,7 +406,7 @@ HMODULE LoadLibraryA(LPCSTR fileName) {
   }
   std::lock_guard<std::recursive_mutex> guard(Modules().lock);
   Module* module = nullptr;
-  const HRESULT hr = LoadModule(fileName, &module);
+  const HRESULT hr = LoadModule(SystemPathOf(fileName), &module);
   if (FAILED(hr)) {
     SetLastError(static_cast<DWORD>(hr) & 0xFFFF);
     return nullptr;
@@ -404,6 +421,15 @@ FARPROC GetProcAddress(HMODULE module, LPCSTR procName) {
     std::lock_guard<std::recursive_mutex> guard(loader.lock);
     for (const auto& loaded : loader.modules) {
       if (loaded->instance == module && module != nullptr) handle = loaded->handle;
+    }
+  }
+  if (handle != nullptr && procName != nullptr && IS_INTRESOURCE(procName)) {
+    // An export by ordinal: the module's ordinal table names the function.
+    const WORD ordinal = static_cast<WORD>(reinterpret_cast<ULONG_PTR>(procName));
+    const auto* table = static_cast<const PlatformOrdinalExport*>(::dlsym(handle, "PlatformOrdinals"));
+    procName = nullptr;
+    for (; table != nullptr && table->name != nullptr; ++table) {
+      if (table->ordinal == ordinal) procName = table->name;
     }
   }
   void* symbol = handle != nullptr && procName != nullptr ? ::dlsym(handle, procName) : nullptr;

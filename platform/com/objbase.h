@@ -128,6 +128,14 @@ BOOL DisableThreadLibraryCalls(HMODULE module);
 // keeps the module loaded. GetProcAddress finds an exported C function of a
 // module that LoadLibraryA gave, or null with ERROR_PROC_NOT_FOUND.
 using FARPROC = void (*)();
+// A bare name (no folder) is found in the system folder, which here is the
+// folder of the platform library, before the loader's own search.
 HMODULE LoadLibraryA(LPCSTR fileName);
+// Exports by ordinal (MAKEINTRESOURCEA(n) as the name): a module lists them
+// in a table it exports as PlatformOrdinals, ending with a null name.
+struct PlatformOrdinalExport {
+  WORD ordinal;
+  const char* name;
+};
 FARPROC GetProcAddress(HMODULE module, LPCSTR procName);
 BOOL FreeLibrary(HMODULE module);

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "platform/com/objbase.h"
+#include "platform/win32/files.h"
 #include "platform/win32/messages.h"
 #include "platform/win32/win_types.h"
 
@@ -189,8 +190,9 @@ inline constexpr int COLOR_HOTLIGHT = 26;
 // its template says WS_VISIBLE. Null with ERROR_RESOURCE_NAME_NOT_FOUND when
 // the module has no such template.
 HWND CreateDialogParamA(HINSTANCE module, LPCSTR templateName, HWND parent, DLGPROC dialogProc, LPARAM initParam);
-// Sends WM_DESTROY and then WM_NCDESTROY to the window and every child,
-// children first, and forgets them with their timers.
+// Sends WM_DESTROY to the window and then to its children, and
+// WM_NCDESTROY to the children and then to the window, and forgets them
+// with their timers.
 BOOL DestroyWindow(HWND window);
 HWND GetDlgItem(HWND dialog, int id);
 int GetDlgCtrlID(HWND control);
@@ -208,8 +210,8 @@ LRESULT SendDlgItemMessageA(HWND dialog, int id, UINT message, WPARAM wParam, LP
 BOOL MapDialogRect(HWND dialog, LPRECT rect);
 
 // ---- Windows in general ----
-// The tooltip window class of the common controls and plain windows; other
-// classes are refused with ERROR_CANNOT_FIND_WND_CLASS.
+// The tooltip window class of the common controls; any other class name
+// gives a plain window (DefWindowProcA), such as a frame for pages.
 HWND CreateWindowExA(DWORD exStyle, LPCSTR className, LPCSTR windowName, DWORD style, int x, int y, int width,
                      int height, HWND parent, HMENU menu, HINSTANCE module, LPVOID param);
 LONG_PTR SetWindowLongPtrA(HWND window, int index, LONG_PTR value);
@@ -225,6 +227,11 @@ BOOL GetClientRect(HWND window, LPRECT rect);
 // children; there is no screen beyond that here.
 BOOL GetWindowRect(HWND window, LPRECT rect);
 BOOL MoveWindow(HWND window, int x, int y, int width, int height, BOOL repaint);
+// The cursor's position on the screen, which is the desktop's client area:
+// a window lies at the sum of its and its parents' positions.
+BOOL GetCursorPos(POINT* point);
+BOOL ScreenToClient(HWND window, POINT* point);
+BOOL ClientToScreen(HWND window, POINT* point);
 // The parent of top-level windows, such as a dialog made only to be measured.
 HWND GetDesktopWindow();
 BOOL InvalidateRect(HWND window, const RECT* rect, BOOL erase);
