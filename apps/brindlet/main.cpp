@@ -12,6 +12,7 @@
 
 #include "apps/brindlet/convert_command.h"
 #include "apps/brindlet/info_command.h"
+#include "apps/brindlet/pages_command.h"
 #include "apps/brindlet/play_command.h"
 #include "apps/brindlet/query_command.h"
 #include "apps/brindlet/register_command.h"
@@ -39,6 +40,16 @@ int main(int argc, char** argv) {
   queryCommand->add_option("FILE", query.file, "Transport stream file")->required();
   queryCommand->add_option("KEYWORD", query.keywords, "Keywords such as NUMPIDS or GETPID(0)")
       ->required();
+
+  PagesOptions pagesOptions;
+  CLI::App* pagesCommand =
+      app.add_subcommand("pages", "Open FILE and print the filter's property pages as its dialog shows them");
+  pagesCommand->add_option("FILE", pagesOptions.file, "Transport stream file")->required();
+  pagesCommand->add_flag("--json", pagesOptions.json, "Print JSON for scripts");
+  pagesCommand->add_flag("--apply", pagesOptions.apply,
+                         "Store the settings and the extension list the Program Info page shows, as its Apply does");
+  pagesCommand->add_option("--wait", pagesOptions.waitSeconds, "Let the pages' timers run this many seconds first")
+      ->check(CLI::Range(0.0, 3600.0));
 
   PlayOptions play;
   CLI::App* playCommand = app.add_subcommand(
@@ -145,6 +156,7 @@ int main(int argc, char** argv) {
 
   if (infoCommand->parsed()) return RunInfo(info, std::cout, std::cerr);
   if (queryCommand->parsed()) return RunQuery(query, std::cout, std::cerr);
+  if (pagesCommand->parsed()) return RunPages(pagesOptions, std::cout, std::cerr);
   if (playCommand->parsed()) {
     if (outOption->count() + rawOption->count() != 1) {
       std::cerr << "brindlet: play needs one of --out DIR or --raw OUT\n";

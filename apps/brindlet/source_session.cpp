@@ -73,7 +73,11 @@ std::string RegisterModuleForProcess() {
     module = self.parent_path() / "Brindlet.ax";
   }
   if (module.empty() || !std::filesystem::is_regular_file(module, error)) return {};
-  PlatformRegisterInprocServer(CLSID_BrindletSource, module.c_str());
+  // The pages are classes of the same module.
+  for (const CLSID* clsid : {&CLSID_BrindletSource, &CLSID_ProgramInfoPage, &CLSID_H264AnalyzerPage, &CLSID_PidInfoPage,
+                             &CLSID_ProgramsPage, &CLSID_AboutPage}) {
+    PlatformRegisterInprocServer(*clsid, module.c_str());
+  }
   return module.string();
 }
 
