@@ -105,10 +105,9 @@ LRESULT CALLBACK ListBoxProc(HWND window, UINT message, WPARAM wParam, LPARAM lP
     return 0;
   }
   if (message == setSel) {
-    if (!InRange(wParam, items.size())) {
-      record->selected = -1;
-      return static_cast<LONG_PTR>(wParam) == -1 && !combo ? 0 : error;
-    }
+    // -1 clears the selection and still answers the error value.
+    if (static_cast<LONG_PTR>(wParam) == -1) record->selected = -1;
+    if (!InRange(wParam, items.size())) return error;
     record->selected = static_cast<int>(wParam);
     return static_cast<LRESULT>(wParam);
   }

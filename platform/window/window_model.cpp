@@ -214,6 +214,8 @@ BOOL PlatformSelectItem(HWND control, int index) {
   }
   if (kind != PlatformControlKind::kListBox && kind != PlatformControlKind::kComboBox) return FALSE;
   const bool combo = kind == PlatformControlKind::kComboBox;
+  // A user picks only an item that is there.
+  if (index < 0 || index >= SendMessageA(control, combo ? CB_GETCOUNT : LB_GETCOUNT, 0, 0)) return FALSE;
   if (SendMessageA(control, combo ? CB_SETCURSEL : LB_SETCURSEL, static_cast<WPARAM>(index), 0) != index) return FALSE;
   // A list box without LBS_NOTIFY keeps its changes to itself.
   if (combo || (style & LBS_NOTIFY) != 0) NotifyParent(control, combo ? CBN_SELCHANGE : LBN_SELCHANGE);
