@@ -228,11 +228,24 @@ void CTsSourceFilter::SetStreamLimit(std::uint64_t bytes) {
   m_StreamSizeAnswer.store(0, std::memory_order_release);
 }
 
-// ---- Pages, filled in by later work --------------------------------------
+// ---- Pages ------------------------------------------------------------------
 
 STDMETHODIMP CTsSourceFilter::GetPages(CAUUID* pages) {
   if (pages == nullptr) return E_POINTER;
+  CAutoLock lock(&m_FilterLock);
+  // The H.264 page only for a stream whose parameters were found.
+  CLSID offered[5];
+  ULONG count = 0;
+  offered[count++] = CLSID_ProgramInfoPage;
+  if (m_Video.h264Profile != 0) offered[count++] = CLSID_H264AnalyzerPage;
+  offered[count++] = CLSID_PidInfoPage;
+  offered[count++] = CLSID_ProgramsPage;
+  offered[count++] = CLSID_AboutPage;
+
   pages->cElems = 0;
-  pages->pElems = nullptr;
+  pages->pElems = static_cast<GUID*>(CoTaskMemAlloc(count * sizeof(GUID)));
+  if (pages->pElems == nullptr) return E_OUTOFMEMORY;
+  for (ULONG i = 0; i < count; ++i) pages->pElems[i] = offered[i];
+  pages->cElems = count;
   return S_OK;
 }

@@ -7,6 +7,11 @@
 #include "control/settings_store.h"
 #include "delivery/ts_source_filter.h"
 #include "host/dll_setup.h"
+#include "pages/about_page.h"
+#include "pages/h264_analyzer_page.h"
+#include "pages/pid_info_page.h"
+#include "pages/program_info_page.h"
+#include "pages/programs_page.h"
 #include "platform/win32/registry.h"
 #include "registration/file_types.h"
 
@@ -14,12 +19,6 @@ namespace {
 
 CUnknown* CreateSourceFilter(IUnknown* outer, HRESULT* result) {
   return CTsSourceFilter::CreateInstance(outer, result);
-}
-
-// The pages' rows are in the table, and registered, before the pages exist.
-CUnknown* CreateMissingPage(IUnknown*, HRESULT* result) {
-  *result = E_NOTIMPL;
-  return nullptr;
 }
 
 const AMOVIESETUP_MEDIATYPE kOutputTypes[] = {
@@ -36,11 +35,11 @@ const AMOVIESETUP_FILTER kSourceSetup = {&CLSID_BrindletSource, L"Caldrovia Brin
 
 const CFactoryTemplate kClassTable[] = {
     {L"Caldrovia Brindlet", &CLSID_BrindletSource, CreateSourceFilter, nullptr, &kSourceSetup},
-    {L"Program Info Page", &CLSID_ProgramInfoPage, CreateMissingPage, nullptr, nullptr},
-    {L"H.264 Analyzer Page", &CLSID_H264AnalyzerPage, CreateMissingPage, nullptr, nullptr},
-    {L"PID Info Page", &CLSID_PidInfoPage, CreateMissingPage, nullptr, nullptr},
-    {L"Programs", &CLSID_ProgramsPage, CreateMissingPage, nullptr, nullptr},
-    {L"About Page", &CLSID_AboutPage, CreateMissingPage, nullptr, nullptr},
+    {L"Program Info Page", &CLSID_ProgramInfoPage, CProgramInfoPage::CreateInstance, nullptr, nullptr},
+    {L"H.264 Analyzer Page", &CLSID_H264AnalyzerPage, CH264AnalyzerPage::CreateInstance, nullptr, nullptr},
+    {L"PID Info Page", &CLSID_PidInfoPage, CPidInfoPage::CreateInstance, nullptr, nullptr},
+    {L"Programs", &CLSID_ProgramsPage, CProgramsPage::CreateInstance, nullptr, nullptr},
+    {L"About Page", &CLSID_AboutPage, CAboutPage::CreateInstance, nullptr, nullptr},
 };
 
 // "RegisteredExtensions" as it stands, at most 256 bytes; the key is only
@@ -62,6 +61,7 @@ std::string StoredExtensionList() {
 MODULE_EXPORT BOOL DllMain(HINSTANCE module, DWORD reason, LPVOID) {
   if (reason == DLL_PROCESS_ATTACH) {
     SetBrindletModule(module);
+    g_hInst = module;
     DisableThreadLibraryCalls(module);
     RunInitRoutines(kClassTable, TRUE);
   } else if (reason == DLL_PROCESS_DETACH) {
