@@ -30,7 +30,7 @@
 //                           the filter lock for a switch, inside which the
 //                           demultiplexer's PID maps take its own locks,
 //                           which never call back here.
-//   GetPages                no lock.
+//   GetPages                filter lock; task memory inside.
 //
 // The host's operations: JoinFilterGraph takes the state lock in the base,
 // then the filter lock; SetSyncSource and Load take the filter lock, then
