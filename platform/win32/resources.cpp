@@ -46,3 +46,28 @@ int LoadStringA(HINSTANCE module, UINT id, LPSTR buffer, int size) {
   SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
   return 0;
 }
+
+const PlatformDialogResource* PlatformFindDialog(HINSTANCE module, LPCSTR name) {
+  // Templates have numbers; a name in letters finds none, as no script
+  // gives one.
+  const PlatformModuleResources* resources = name != nullptr && IS_INTRESOURCE(name) ? ResourcesOf(module) : nullptr;
+  if (resources != nullptr) {
+    const auto id = static_cast<UINT>(reinterpret_cast<ULONG_PTR>(name));
+    for (UINT i = 0; i < resources->dialogCount; ++i) {
+      if (resources->dialogs[i].id == id) return &resources->dialogs[i];
+    }
+  }
+  SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
+  return nullptr;
+}
+
+const PlatformBitmapResource* PlatformFindBitmap(HINSTANCE module, UINT id) {
+  const PlatformModuleResources* resources = ResourcesOf(module);
+  if (resources != nullptr) {
+    for (UINT i = 0; i < resources->bitmapCount; ++i) {
+      if (resources->bitmaps[i].id == id) return &resources->bitmaps[i];
+    }
+  }
+  SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
+  return nullptr;
+}
