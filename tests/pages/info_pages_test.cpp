@@ -597,14 +597,6 @@ TEST_F(InfoPagesTest, H264RemarksAndTheHeightCorrection) {
   }
 }
 
-TEST_F(InfoPagesTest, H264ShowsEveryLineOfAFullLog) {
-  m_Fake.texts = {{"H264.NUMPARAMS", "20"}};
-  for (int i = 0; i < 20; ++i) m_Fake.texts["H264.GETPARAM(" + std::to_string(i) + ")"] = "num_ref_frames: 1";
-  CPageHarness page(CLSID_H264AnalyzerPage);
-  ASSERT_EQ(page.Open(static_cast<ITsStreamInfo*>(&m_Fake)), S_OK);
-  EXPECT_EQ(ListViewRows(page.Dialog(), 1021).size(), 20u);
-}
-
 // ---- Programs ----
 
 TEST_F(InfoPagesTest, ProgramsPassOverTheNetworkEntryAndKeepTheirOrder) {
