@@ -32,6 +32,21 @@ PageView ReadPage(HWND dialog, const std::string& clsid, const std::string& titl
     PlatformWindowState state;
     if (PlatformGetWindowState(child, &state)) all.push_back(std::move(state));
   }
+  // The innermost group box around each control.
+  auto groupOf = [&](const PlatformWindowState& state) {
+    std::string group;
+    LONG groupArea = 0;
+    for (const PlatformWindowState& other : all) {
+      if (other.kind != PlatformControlKind::kGroupBox || !Inside(other.dialogRect, state.dialogRect)) continue;
+      const RECT& r = other.dialogRect;
+      const LONG area = (r.right - r.left) * (r.bottom - r.top);
+      if (groupArea == 0 || area < groupArea) {
+        groupArea = area;
+        group = other.text;
+      }
+    }
+    return group;
+  };
   for (const PlatformWindowState& state : all) {
     if (IsLabel(state) || state.kind == PlatformControlKind::kGroupBox) continue;
     PageControl control;
@@ -39,24 +54,16 @@ PageView ReadPage(HWND dialog, const std::string& clsid, const std::string& titl
     control.kind = state.subclassed && state.kind == PlatformControlKind::kStatic
                        ? "link"
                        : PlatformControlKindName(state.kind);
-    // The innermost group box around it.
-    LONG groupArea = 0;
-    for (const PlatformWindowState& other : all) {
-      if (other.kind != PlatformControlKind::kGroupBox || !Inside(other.dialogRect, state.dialogRect)) continue;
-      const LONG area = (other.dialogRect.right - other.dialogRect.left) * (other.dialogRect.bottom - other.dialogRect.top);
-      if (groupArea == 0 || area < groupArea) {
-        groupArea = area;
-        control.group = other.text;
-      }
-    }
-    // The nearest label on its left in the same row; a check box names itself.
+    control.group = groupOf(state);
+    // The nearest label on its left in the same row and group; a check box
+    // names itself.
     if (state.kind == PlatformControlKind::kCheckBox) {
       control.label = state.text;
     } else {
       LONG nearest = -1;
       for (const PlatformWindowState& other : all) {
         if (!IsLabel(other) || !OverlapsVertically(other.dialogRect, state.dialogRect) ||
-            other.dialogRect.right > state.dialogRect.left + 2) {
+            other.dialogRect.right > state.dialogRect.left + 2 || groupOf(other) != control.group) {
           continue;
         }
         const LONG gap = state.dialogRect.left - other.dialogRect.right;

@@ -92,10 +92,11 @@ std::string Fit(const std::string& text, std::size_t width) {
 }
 
 void WriteListView(const PlatformWindowState& state, std::ostream& out) {
-  // Column widths in characters, from the page's pixels.
+  // Each column as wide as its widest text and a blank.
   std::vector<std::size_t> widths;
-  for (const PlatformListColumn& column : state.columns) {
-    widths.push_back(std::max<std::size_t>(static_cast<std::size_t>(column.width / 6), column.title.size() + 1));
+  for (const PlatformListColumn& column : state.columns) widths.push_back(column.title.size() + 2);
+  for (const auto& row : state.rows) {
+    for (std::size_t i = 0; i < row.size() && i < widths.size(); ++i) widths[i] = std::max(widths[i], row[i].size() + 2);
   }
   auto line = [&](const std::vector<std::string>& cells) {
     std::string text = "    ";
@@ -119,7 +120,7 @@ void WriteText(const std::vector<PageView>& pages, std::ostream& out) {
       if (!state.visible) continue;
       if (control.group != group) {
         group = control.group;
-        if (!group.empty()) out << "  [" << group << "]\n";
+        out << (group.empty() ? std::string("  --") : "  [" + group + "]") << "\n";
       }
       const std::string label = control.label.empty() ? "" : control.label + ": ";
       switch (state.kind) {
@@ -168,8 +169,8 @@ int RunPages(const PagesOptions& options, std::ostream& out, std::ostream& err) 
   if (!session.Ok()) return kExitFailure;
   ComPtr<ISpecifyPropertyPages> specify;
   CAUUID pages{};
-  if (FAILED(session.Filter()->QueryInterface(IID_ISpecifyPropertyPages, specify.PutVoid())) ||
-      FAILED(specify->GetPages(&pages))) {
+  const HRESULT asked = session.Filter()->QueryInterface(IID_ISpecifyPropertyPages, specify.PutVoid());
+  if (FAILED(asked) || !specify || FAILED(specify->GetPages(&pages))) {
     err << "brindlet: the filter offers no property pages\n";
     return kExitFailure;
   }

@@ -386,9 +386,9 @@ class HyperlinkTest : public PageShellTest {
     ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\Microsoft\\Internet Explorer\\Settings", 0, nullptr, 0,
                               KEY_ALL_ACCESS, nullptr, &key, nullptr),
               ERROR_SUCCESS);
-    RegSetValueExA(key, "Anchor Color", 0, REG_SZ, reinterpret_cast<const BYTE*>(link), std::strlen(link) + 1);
+    RegSetValueExA(key, "Anchor Color", 0, REG_SZ, reinterpret_cast<const BYTE*>(link), static_cast<DWORD>(std::strlen(link) + 1));
     RegSetValueExA(key, "Anchor Color Visited", 0, REG_SZ, reinterpret_cast<const BYTE*>(visited),
-                   std::strlen(visited) + 1);
+                   static_cast<DWORD>(std::strlen(visited) + 1));
     RegCloseKey(key);
   }
 
@@ -539,7 +539,7 @@ void SetModulePath(const char* path) {
   HKEY key = nullptr;
   ASSERT_EQ(RegCreateKeyExA(HKEY_CLASSES_ROOT, kServerKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
             ERROR_SUCCESS);
-  RegSetValueExA(key, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(path), std::strlen(path) + 1);
+  RegSetValueExA(key, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(path), static_cast<DWORD>(std::strlen(path) + 1));
   RegCloseKey(key);
 }
 

@@ -409,17 +409,4 @@ TEST_F(ModuleRegistrationTest, TheOlderMapperStandsInAndWithNeitherTheClassesSta
   }
 }
 
-TEST_F(ModuleRegistrationTest, PageClassesAreServedButNotYetMade) {
-  const auto getClassObject = reinterpret_cast<LPFNGETCLASSOBJECT>(GetProcAddress(m_Module, "DllGetClassObject"));
-  ASSERT_NE(getClassObject, nullptr);
-  for (const CLSID* page :
-       {&CLSID_ProgramInfoPage, &CLSID_H264AnalyzerPage, &CLSID_PidInfoPage, &CLSID_ProgramsPage, &CLSID_AboutPage}) {
-    ComPtr<IClassFactory> factory;
-    ASSERT_EQ(getClassObject(*page, IID_IClassFactory, factory.PutVoid()), S_OK);
-    void* object = reinterpret_cast<void*>(0x1);
-    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &object), E_NOTIMPL);
-    EXPECT_EQ(object, nullptr);
-  }
-}
-
 }  // namespace
