@@ -128,6 +128,7 @@ void ReadBitmapSize(HINSTANCE module, WindowRecord& control) {
   control.text.clear();
   const PlatformBitmapResource* bitmap = PlatformFindBitmap(module, control.bitmapId);
   if (bitmap == nullptr || bitmap->bits == nullptr || bitmap->size < 12) return;
+  control.bitmap = bitmap;
   auto read32 = [&](std::size_t at) {
     std::int32_t value = 0;
     std::memcpy(&value, bitmap->bits + at, sizeof value);

@@ -62,6 +62,7 @@ struct WindowRecord {
   UINT bitmapId = 0;
   int bitmapWidth = 0;
   int bitmapHeight = 0;
+  const PlatformBitmapResource* bitmap = nullptr;
   std::vector<ToolEntry> tools;  // a tooltip window's tools
   std::map<UINT_PTR, TimerEntry> timers;
   std::vector<PlatformPaintOp> paint;  // what the last WM_PAINT drew

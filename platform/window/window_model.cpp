@@ -43,6 +43,7 @@ bool PlatformGetWindowState(HWND window, PlatformWindowState* state) {
     out.bitmapId = record->bitmapId;
     out.bitmapWidth = record->bitmapWidth;
     out.bitmapHeight = record->bitmapHeight;
+    out.bitmap = record->bitmap;
     out.textLimit = record->textLimit;
   }
   out.focused = GetFocus() == window;

@@ -63,6 +63,9 @@ struct PlatformWindowState {
   UINT bitmapId = 0;
   int bitmapWidth = 0;
   int bitmapHeight = 0;
+  // The resource itself, for a host that draws it; null if the module has
+  // no such bitmap.
+  const struct PlatformBitmapResource* bitmap = nullptr;
   // A tooltip tool that covers this window: its text and rectangle (pixels).
   std::string tooltip;
   RECT tooltipRect{};
