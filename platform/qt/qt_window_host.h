@@ -29,6 +29,8 @@ class CQtPropertySheet : public QDialog {
   QTabWidget* Tabs() const;
   // The tab's page; its controls are its child widgets.
   QWidget* PageWidget(int index) const;
+  // The page's window in the model, null until the tab was first shown.
+  HWND PageWindow(int index) const;
   // The widget of control `id` on page `index`, null if there is none.
   QWidget* ControlWidget(int index, int id) const;
   QPushButton* OkButton() const;
