@@ -24,6 +24,8 @@ constexpr std::uint32_t kCoreHeaderSize = 12;
 constexpr std::uint32_t kInfoHeaderSize = 40;
 constexpr std::uint32_t kBitFields = 3;
 constexpr UINT kIndeterminate = 2;  // BST_INDETERMINATE
+// The base unit width the pages' column widths in pixels were chosen for.
+constexpr int kPageBaseX = 6;
 
 std::uint32_t Read32(const BYTE* bytes) {
   return static_cast<std::uint32_t>(bytes[0]) | static_cast<std::uint32_t>(bytes[1]) << 8 |
@@ -115,6 +117,12 @@ QImage QtBitmapImage(const PlatformBitmapResource* bitmap) {
   Append32(file, static_cast<std::uint32_t>(kFileHeaderSize + pixelsAt));
   file.append(reinterpret_cast<const char*>(bits), static_cast<qsizetype>(bitmap->size));
   return QImage::fromData(file, "BMP");
+}
+
+int QtColumnWidth(HWND listView, int width) {
+  RECT unit{0, 0, 4, 8};
+  if (!MapDialogRect(GetParent(listView), &unit) || unit.right <= 0) return width;
+  return static_cast<int>((static_cast<long long>(width) * unit.right + kPageBaseX / 2) / kPageBaseX);
 }
 
 CQtControl::CQtControl(const PlatformWindowState& state, QWidget* page, std::function<void()> acted)
@@ -245,6 +253,7 @@ void CQtControl::Apply(const PlatformWindowState& now, bool first) {
   const PlatformWindowState& was = m_State;
   const QSignalBlocker blocker(m_Widget);
 
+  if (auto* link = qobject_cast<CQtLinkLabel*>(m_Widget)) link->Sync(now);
   RECT rect{};
   if (GetWindowRect(now.window, &rect)) {
     QRect geometry(static_cast<int>(rect.left), static_cast<int>(rect.top), static_cast<int>(rect.right - rect.left),
@@ -254,15 +263,17 @@ void CQtControl::Apply(const PlatformWindowState& now, bool first) {
       const int frame = (now.style & SS_SUNKEN) != 0 ? 2 : 0;
       geometry.setSize(QSize(now.bitmapWidth + frame, now.bitmapHeight + frame));
     }
+    if (auto* link = qobject_cast<CQtLinkLabel*>(m_Widget)) {
+      // Our font's ink may reach a pixel or two past a label sized for the
+      // platform's font; the widget grows to the right rather than cut it.
+      geometry.setWidth(std::max(geometry.width(), link->InkRight() + 1));
+    }
     if (m_Widget->geometry() != geometry) m_Widget->setGeometry(geometry);
   }
   if (m_Widget->isEnabled() != now.enabled) m_Widget->setEnabled(now.enabled);
   if (first || was.visible != now.visible) m_Widget->setVisible(now.visible);
 
-  if (auto* link = qobject_cast<CQtLinkLabel*>(m_Widget)) {
-    link->Sync(now);
-    return;
-  }
+  if (qobject_cast<CQtLinkLabel*>(m_Widget) != nullptr) return;
   const bool textChanged = first || was.text != now.text;
   const bool itemsChanged = first || was.items != now.items;
   switch (now.kind) {
@@ -335,7 +346,7 @@ void CQtControl::Apply(const PlatformWindowState& now, bool first) {
         view->setColumnCount(static_cast<int>(titles.size()));
         view->setHeaderLabels(titles);
         for (std::size_t i = 0; i < now.columns.size(); ++i) {
-          view->setColumnWidth(static_cast<int>(i), now.columns[i].width);
+          view->setColumnWidth(static_cast<int>(i), QtColumnWidth(now.window, now.columns[i].width));
         }
       }
       const bool rowsChanged = first || was.rows != now.rows;

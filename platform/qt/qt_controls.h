@@ -19,6 +19,11 @@ QFont QtFontOf(const LOGFONTA& font);
 // as an image; a null image when the bytes do not hold a bitmap.
 QImage QtBitmapImage(const PlatformBitmapResource* bitmap);
 
+// A list view column's width in pixels for `width` as the page gave it: pages
+// choose widths for the platform's usual dialog font, so a wider dialog font
+// widens the columns by the same ratio as the dialog units.
+int QtColumnWidth(HWND listView, int width);
+
 // A subclassed static that draws itself: shows what its window procedure
 // painted, and gives it the mouse and the keys it asks for.
 class CQtLinkLabel : public QWidget {
@@ -31,6 +36,8 @@ class CQtLinkLabel : public QWidget {
   // drawing changed.
   void Sync(const PlatformWindowState& state);
   const std::vector<PlatformPaintOp>& PaintOps() const { return m_Ops; }
+  // The rightmost pixel the painted text's ink reaches.
+  int InkRight() const;
 
  protected:
   bool event(QEvent* event) override;

@@ -2,6 +2,7 @@
 #include <QHelpEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
+#include <QFontMetrics>
 #include <QPainter>
 #include <QToolTip>
 
@@ -54,6 +55,19 @@ void CQtLinkLabel::Sync(const PlatformWindowState& state) {
     m_Ops = std::move(ops);
     update();
   }
+}
+
+int CQtLinkLabel::InkRight() const {
+  int right = 0;
+  for (const PlatformPaintOp& op : m_Ops) {
+    if (op.kind != PlatformPaintOp::kText) continue;
+    const QFontMetrics metrics(QtFontOf(op.font));
+    const QString text = QString::fromUtf8(op.text.c_str());
+    // The laid-out box, and the glyphs' own ink, which may overhang it.
+    const QRect box = metrics.boundingRect(ToQRect(op.rect), TextFlags(op.format), text);
+    right = std::max({right, box.right(), box.left() + metrics.tightBoundingRect(text).right()});
+  }
+  return right;
 }
 
 bool CQtLinkLabel::event(QEvent* event) {
