@@ -181,7 +181,15 @@ HWND CreateDialogParamA(HINSTANCE module, LPCSTR templateName, HWND parent, DLGP
     control->font = font;
     if (control->kind == PlatformControlKind::kBitmap) ReadBitmapSize(module, *control);
   }
-  if (font != nullptr) SendMessageA(window, WM_SETFONT, reinterpret_cast<WPARAM>(font), FALSE);
+  if (font != nullptr) {
+    // The dialog manager keeps the font itself: a dialog procedure that
+    // claims WM_SETFONT (as one does before WM_INITDIALOG) doesn't lose it.
+    {
+      std::lock_guard<std::recursive_mutex> guard(TableLock());
+      record->font = font;
+    }
+    SendMessageA(window, WM_SETFONT, reinterpret_cast<WPARAM>(font), FALSE);
+  }
   SendMessageA(window, WM_INITDIALOG, 0, initParam);
   return IsWindow(window) ? window : nullptr;
 }
