@@ -101,12 +101,16 @@ std::string ClassesRootText(const std::string& key, const char* value) {
   return std::string(text, strnlen(text, size));
 }
 
-// The registered source filter of the file's type, when it is this filter.
+// The registered source filter of the file's type, when it is this filter
+// and the filter's class names its module. A page's Apply can enter the file
+// types of a filter that was never registered itself; such a type leads
+// nowhere, and the module beside the tool serves instead.
 bool TypeLeadsToBrindlet(const std::string& extension) {
   if (extension.empty()) return false;
   CLSID clsid{};
   const std::string text = ClassesRootText("Media Type\\Extensions\\" + extension, "Source Filter");
-  return GuidFromString(text.c_str(), &clsid) && clsid == CLSID_BrindletSource;
+  return GuidFromString(text.c_str(), &clsid) && clsid == CLSID_BrindletSource &&
+         !ClassesRootText("CLSID\\" + GuidToString(CLSID_BrindletSource) + "\\InprocServer32", nullptr).empty();
 }
 
 }  // namespace

@@ -129,6 +129,9 @@ TEST(PagesCommand, ApplyStoresTheSettingsAndRegistersTheShownExtensions) {
   EXPECT_EQ(tsw::Shell(tool + " settings get AC3").out, "1\n");
   const std::string registry = tsw::Shell("cat " + dir.File("registry").string() + "/*").out;
   EXPECT_NE(registry.find(".tp"), std::string::npos);
+  // The filter itself was never registered: its file types lead nowhere, and
+  // the tool still opens files through the module beside it.
+  EXPECT_EQ(tsw::Shell(tool + " query " + kSample + " NUMPIDS").out, "6\n");
 }
 
 }  // namespace
