@@ -1,5 +1,6 @@
 #include "delivery/media_types.h"
 
+#include <cstddef>
 #include <cstring>
 #include <mutex>
 
@@ -17,7 +18,7 @@ constexpr std::uint8_t kSequenceHeader[kSequenceHeaderBytes] = {
     0x19, 0x1B, 0x1B, 0x1B, 0x1B, 0x1B, 0x1C, 0x1C, 0x1C, 0x1C, 0x1E, 0x1E, 0x1E, 0x1F, 0x1F,
     0x21, 0x00, 0x00, 0x01, 0xB5, 0x14, 0x82, 0x00, 0x01, 0x00, 0x00};
 
-static_assert(SizeOfMpeg2VideoInfo(kSequenceHeaderBytes) == kVideoBlockBytes);
+static_assert(offsetof(MPEG2VIDEOINFO, dwSequenceHeader) + kSequenceHeaderBytes == kVideoBlockBytes);
 
 template <typename T>
 void Put(std::uint8_t* block, std::size_t offset, T value) {

@@ -12,13 +12,6 @@
 #include "host/media_type.h"
 #include "platform/graph/strmif.h"
 
-inline constexpr GUID MEDIASUBTYPE_AVC1 =
-    MakeGuid(0x31435641, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-inline constexpr GUID MEDIASUBTYPE_MPEG1AudioPayload =
-    MakeGuid(0x00000050, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
-inline constexpr GUID MEDIASUBTYPE_AAC_AUDIO =
-    MakeGuid(0xAACE71A1, 0x8259, 0x4250, 0x85, 0x83, 0x49, 0x61, 0x3A, 0xF3, 0x1C, 0x93);
-
 inline constexpr std::size_t kSequenceHeaderBytes = 86;
 inline constexpr std::size_t kVideoBlockBytes = 218;
 inline constexpr std::size_t kAudioBlockBytes = 40;

@@ -73,7 +73,7 @@ inline constexpr std::uint64_t kEstimateBytesPerSecond = 2401587;
 inline constexpr wchar_t kDefaultFileName[] = L"default.ts";
 
 inline constexpr CLSID CLSID_NvidiaHdtvDemux =
-    MakeGuid(0x735823C1, 0xACC4, 0x11D3, 0x85, 0xAC, 0x00, 0x60, 0x08, 0x37, 0x6F, 0xB8);
+    {0x735823C1, 0xACC4, 0x11D3, {0x85, 0xAC, 0x00, 0x60, 0x08, 0x37, 0x6F, 0xB8}};
 inline constexpr char kVendorInfo[] = "1.2.0.0";
 
 class CTsSourceFilter : public CSource,

@@ -11,9 +11,6 @@
 #include "host/media_sample.h"
 #include "platform/graph/strmif.h"
 
-inline constexpr HRESULT VFW_E_ALREADY_COMMITTED = MakeHResult(0x8004020Fu);
-inline constexpr HRESULT VFW_E_BUFFERS_OUTSTANDING = MakeHResult(0x80040210u);
-
 class CMemAllocator : public CUnknown, public IMemAllocator {
  public:
   static CMemAllocator* Create();  // with no reference; the caller AddRefs

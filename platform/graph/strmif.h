@@ -35,6 +35,12 @@ inline constexpr GUID MEDIASUBTYPE_MPEG2_VIDEO =
     MakeGuid(0xE06D8026, 0xDB46, 0x11CF, 0xB4, 0xD1, 0x00, 0x80, 0x5F, 0x6C, 0xBB, 0xEA);
 inline constexpr GUID MEDIASUBTYPE_DOLBY_AC3 =
     MakeGuid(0xE06D802C, 0xDB46, 0x11CF, 0xB4, 0xD1, 0x00, 0x80, 0x5F, 0x6C, 0xBB, 0xEA);
+inline constexpr GUID MEDIASUBTYPE_MPEG1AudioPayload =
+    MakeGuid(0x00000050, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
+inline constexpr GUID MEDIASUBTYPE_AVC1 =
+    MakeGuid(0x31435641, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
+inline constexpr GUID MEDIASUBTYPE_AAC_AUDIO =
+    MakeGuid(0xAACE71A1, 0x8259, 0x4250, 0x85, 0x83, 0x49, 0x61, 0x3A, 0xF3, 0x1C, 0x93);
 inline constexpr GUID MEDIATYPE_Video =
     MakeGuid(0x73646976, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71);
 inline constexpr GUID MEDIATYPE_Audio =
@@ -392,6 +398,8 @@ inline constexpr HRESULT VFW_E_INVALID_DIRECTION = MakeHResult(0x80040208u);
 inline constexpr HRESULT VFW_E_NOT_CONNECTED = MakeHResult(0x80040209u);
 inline constexpr HRESULT VFW_E_NO_ALLOCATOR = MakeHResult(0x8004020Au);
 inline constexpr HRESULT VFW_E_RUNTIME_ERROR = MakeHResult(0x8004020Bu);
+inline constexpr HRESULT VFW_E_ALREADY_COMMITTED = MakeHResult(0x8004020Fu);
+inline constexpr HRESULT VFW_E_BUFFERS_OUTSTANDING = MakeHResult(0x80040210u);
 inline constexpr HRESULT VFW_E_NOT_COMMITTED = MakeHResult(0x80040211u);
 inline constexpr HRESULT VFW_E_SIZENOTSET = MakeHResult(0x80040212u);
 inline constexpr HRESULT VFW_E_NO_CLOCK = MakeHResult(0x80040213u);
