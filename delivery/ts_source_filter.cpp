@@ -7,11 +7,12 @@
 #include <new>
 
 #include "control/settings_store.h"
+#include "host/text_convert.h"
 #include "platform/win32/codepage.h"
 #include "platform/com/com_memory.h"
 #include "platform/com/objbase.h"
 #include "platform/com/rot.h"
-#include <unistd.h>
+#include "platform/win32/files.h"
 
 CUnknown* CTsSourceFilter::CreateInstance(IUnknown* outer, HRESULT* result) {
   auto* filter = new (std::nothrow) CTsSourceFilter(outer, result);
@@ -81,7 +82,7 @@ STDMETHODIMP CTsSourceFilter::JoinFilterGraph(IFilterGraph* graph, LPCWSTR name)
 STDMETHODIMP CTsSourceFilter::QueryVendorInfo(LPWSTR* vendorInfo) {
   if (vendorInfo == nullptr) return E_POINTER;
   CAutoLock lock(&m_FilterLock);
-  const std::wstring text = AnsiToWide(kVendorInfo);
+  const std::wstring text = WidenText(kVendorInfo);
   auto* copy = static_cast<LPWSTR>(CoTaskMemAlloc((text.size() + 1) * sizeof(WCHAR)));
   if (copy == nullptr) return E_OUTOFMEMORY;
   std::wmemcpy(copy, text.c_str(), text.size() + 1);
@@ -164,7 +165,7 @@ HRESULT CTsSourceFilter::RegisterInRot(IUnknown* object, DWORD* cookieOut, bool 
   IRunningObjectTable* table = nullptr;
   if (FAILED(GetRunningObjectTable(0, &table)) || table == nullptr) return E_FAIL;
   char pid[16] = {};
-  std::snprintf(pid, sizeof pid, "%08x", static_cast<unsigned>(getpid()));
+  std::snprintf(pid, sizeof pid, "%08x", static_cast<unsigned>(GetCurrentProcessId()));
   char address[24] = {};
   std::snprintf(address, sizeof address, "%08x", static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(object)));
   std::string item = isGraph ? std::string("FilterGraph ") + address + " pid " + pid
@@ -172,7 +173,7 @@ HRESULT CTsSourceFilter::RegisterInRot(IUnknown* object, DWORD* cookieOut, bool 
   // Item names hold 256 characters; a long path loses its tail.
   if (item.size() > 256) item.resize(256);
   IMoniker* moniker = nullptr;
-  HRESULT hr = CreateItemMoniker(L"!", AnsiToWide(item).c_str(), &moniker);
+  HRESULT hr = CreateItemMoniker(L"!", WidenText(item).c_str(), &moniker);
   if (SUCCEEDED(hr)) {
     hr = table->Register(0, object, moniker, cookieOut);
     moniker->Release();

@@ -43,5 +43,10 @@ HRESULT CanUnloadNow();
 // Runs the rows' initialisation hooks, as DllMain does on attach and detach.
 void RunInitRoutines(std::span<const CFactoryTemplate> table, BOOL loading);
 
-// Exports of a module are C functions visible outside it.
+// Exports of a module are C functions visible outside it. A Windows module
+// names its exports in its module definition file instead.
+#ifdef _WIN32
+#define MODULE_EXPORT extern "C"
+#else
 #define MODULE_EXPORT extern "C" __attribute__((visibility("default")))
+#endif

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "host/text_convert.h"
 #include "platform/com/com_ptr.h"
 #include "platform/win32/codepage.h"
 #include "platform/win32/files.h"
@@ -46,11 +47,11 @@ LONG DeleteKeyTree(HKEY parent, const std::string& name) {
 }
 
 LONG AddClass(const CFactoryTemplate& row, const std::string& path) {
-  const std::string key = "CLSID\\" + GuidToString(*row.m_ClsID);
+  const std::string key = "CLSID\\" + GuidText(*row.m_ClsID);
   HKEY classKey = nullptr;
   LONG error = RegCreateKeyA(HKEY_CLASSES_ROOT, key.c_str(), &classKey);
   if (error != ERROR_SUCCESS) return error;
-  error = SetDefaultText(classKey, WideToAnsi(row.m_Name));
+  error = SetDefaultText(classKey, NarrowText(row.m_Name));
   HKEY server = nullptr;
   if (error == ERROR_SUCCESS) error = RegCreateKeyA(classKey, "InprocServer32", &server);
   if (error == ERROR_SUCCESS) {
@@ -112,13 +113,13 @@ HRESULT RegisterRows(Mapper* mapper, std::span<const CFactoryTemplate> table, BO
 }  // namespace
 
 HRESULT RegisterClasses(std::span<const CFactoryTemplate> table, LPCWSTR path, BOOL add) {
-  const std::string narrowPath = path != nullptr ? WideToAnsi(path) : std::string();
+  const std::string narrowPath = path != nullptr ? NarrowText(path) : std::string();
   for (const CFactoryTemplate& row : table) {
     LONG error = ERROR_SUCCESS;
     if (add) {
       error = AddClass(row, narrowPath);
     } else {
-      error = DeleteKeyTree(HKEY_CLASSES_ROOT, "CLSID\\" + GuidToString(*row.m_ClsID));
+      error = DeleteKeyTree(HKEY_CLASSES_ROOT, "CLSID\\" + GuidText(*row.m_ClsID));
     }
     if (error != ERROR_SUCCESS) return HRESULT_FROM_WIN32(static_cast<DWORD>(error));
   }
@@ -132,7 +133,7 @@ HRESULT RegisterServer(std::span<const CFactoryTemplate> table, HINSTANCE module
     const DWORD error = GetLastError();
     return HRESULT_FROM_WIN32(error != ERROR_SUCCESS ? error : ERROR_INSUFFICIENT_BUFFER);
   }
-  const std::wstring widePath = AnsiToWide(std::string_view(path, length));
+  const std::wstring widePath = WidenText(std::string_view(path, length));
 
   HRESULT hr = S_OK;
   if (add) {

@@ -46,7 +46,10 @@ HtmlHelpEntry LoadHtmlHelp() {
   if (library == nullptr) library = LoadLibraryA(kHelpLibrary);
   if (library == nullptr) return nullptr;
   // The library stays loaded for the rest of the process.
-  return reinterpret_cast<HtmlHelpEntry>(GetProcAddress(library, MAKEINTRESOURCEA(kHtmlHelpOrdinal)));
+  // Through the generic function pointer type: the platform's FARPROC has a
+  // return type of its own, and a direct cast would warn.
+  const auto entry = reinterpret_cast<void (*)()>(GetProcAddress(library, MAKEINTRESOURCEA(kHtmlHelpOrdinal)));
+  return reinterpret_cast<HtmlHelpEntry>(entry);
 }
 
 }  // namespace

@@ -151,11 +151,11 @@ void CPidInfoPage::Open(HWND window) {
   const double perPacket = packets != 0 ? 1.0 / packets : std::numeric_limits<double>::infinity();
   for (LONG row = 0; row < pids; ++row) {
     char keyword[32];
-    std::snprintf(keyword, sizeof keyword, "GETPID(%d)", row);
+    std::snprintf(keyword, sizeof keyword, "GETPID(%d)", static_cast<int>(row));
     const std::string pidText = QueryPageText(m_pInfo, keyword);
     InsertListRow(list, row, pidText.c_str());
 
-    std::snprintf(keyword, sizeof keyword, "GETPACKETS(%d)", row);
+    std::snprintf(keyword, sizeof keyword, "GETPACKETS(%d)", static_cast<int>(row));
     const std::string countText = QueryPageText(m_pInfo, keyword);
     SetListCell(list, row, 1, countText.c_str());
     const LONG count = ParseCount(countText);
@@ -163,7 +163,7 @@ void CPidInfoPage::Open(HWND window) {
     std::snprintf(percent, sizeof percent, "%2.2f", count * 100.0 * perPacket);
     SetListCell(list, row, 2, percent);
 
-    std::snprintf(keyword, sizeof keyword, "GETTYPE(%d)", row);
+    std::snprintf(keyword, sizeof keyword, "GETTYPE(%d)", static_cast<int>(row));
     const int kind = static_cast<int>(ParseCount(QueryPageText(m_pInfo, keyword)) & 0xFF);
     SetListCell(list, row, 3, PidDescription(PidOfAnswer(pidText), kind, pmtPid));
   }

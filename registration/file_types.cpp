@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "control/brindlet_ids.h"
+#include "host/text_convert.h"
 #include "platform/win32/registry.h"
 
 namespace {
@@ -66,7 +67,7 @@ void WriteMaskList(const char* maskList) {
 }
 
 void MakeExtension(const char* extension, const char* maskList) {
-  const std::string clsid = GuidToString(CLSID_BrindletSource);
+  const std::string clsid = GuidText(CLSID_BrindletSource);
   HKEY key = nullptr;
   if (RegCreateKeyExA(HKEY_CLASSES_ROOT, (std::string(kExtensionsKey) + extension).c_str(), 0, nullptr,
                       REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key, nullptr) == ERROR_SUCCESS) {

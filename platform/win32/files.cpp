@@ -357,3 +357,5 @@ BOOL DeleteFileW(LPCWSTR name) {
 }
 
 void Sleep(DWORD milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
+
+DWORD GetCurrentProcessId() { return static_cast<DWORD>(::getpid()); }

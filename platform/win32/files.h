@@ -63,6 +63,9 @@ BOOL DeleteFileA(LPCSTR name);
 // Suspends the calling thread for at least `milliseconds`.
 void Sleep(DWORD milliseconds);
 
+// The operating system's id of the calling process.
+DWORD GetCurrentProcessId();
+
 // Asks the file system on every call, so growth by another writer shows.
 DWORD GetFileSize(HANDLE file, DWORD* high);
 
