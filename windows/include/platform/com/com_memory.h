@@ -1,0 +1,4 @@
+// Windows build: task memory comes from the platform.
+#pragma once
+
+#include <objbase.h>

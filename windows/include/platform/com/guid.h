@@ -1,0 +1,5 @@
+// Windows build: GUIDs and their text forms come from the platform.
+#pragma once
+
+#include <windows.h>
+#include <objbase.h>

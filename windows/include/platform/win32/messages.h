@@ -1,0 +1,4 @@
+// Windows build: message boxes and posted messages come from the platform.
+#pragma once
+
+#include <windows.h>

@@ -1,0 +1,5 @@
+// Windows build: ShellExecuteA comes from the platform.
+#pragma once
+
+#include <windows.h>
+#include <shellapi.h>
