@@ -3,6 +3,7 @@
 #include <cwchar>
 #include <new>
 
+#include "host/text_convert.h"
 #include "platform/com/com_memory.h"
 #include "platform/win32/codepage.h"
 #include "platform/win32/files.h"
@@ -64,7 +65,7 @@ STDMETHODIMP CStreamFileWriter::GetCurFile(LPWSTR* fileName, AM_MEDIA_TYPE* type
 
 HRESULT CStreamFileWriter::OnStartStreaming() {
   if (m_FileName.empty()) return E_FAIL;
-  m_File = CreateFileA(WideToAnsi(m_FileName).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
+  m_File = CreateFileA(NarrowText(m_FileName).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
                        FILE_ATTRIBUTE_NORMAL, nullptr);
   if (m_File == INVALID_HANDLE_VALUE) return LastErrorResult();
   const HRESULT hr = m_Behind.Start(m_File);
