@@ -317,21 +317,6 @@ TEST_F(PropsTest, ReopenedSheetReadsEverythingAgain) {
   }
 }
 
-TEST(PropsNames, ScreenshotNames) {
-  const struct {
-    int number;
-    const char* title;
-    const char* name;
-  } kCases[] = {
-      {1, "Program Info", "1-Program-Info.png"},
-      {2, "H.264", "2-H.264.png"},
-      {4, "About", "4-About.png"},
-      {3, "a/b:c d_e", "3-a-b-c-d-e.png"},
-      {12, "", "12-.png"},
-  };
-  for (const auto& c : kCases) EXPECT_EQ(ScreenshotName(c.number, c.title), c.name);
-}
-
 TEST(PropsProgram, ScreenshotsAndErrors) {
   tsw::ScopedRegistry registry;
   tsw::TempDir dir;

@@ -196,42 +196,6 @@ TEST_F(QtHostTest, ModelChangesShowAfterRefresh) {
   });
 }
 
-TEST_F(QtHostTest, ACheckBoxClickReachesThePageAndEnablesApply) {
-  WithSheet(m_Filter.Unknown(), [](CQtPropertySheet& sheet) {
-    HWND box = GetDlgItem(sheet.PageWindow(kProgramInfo), 1025);
-    auto* widget = qobject_cast<QCheckBox*>(sheet.ControlWidget(kProgramInfo, 1025));
-    ASSERT_NE(widget, nullptr);
-    const UINT before = State(box).check;
-    EXPECT_EQ(widget->isChecked(), before == BST_CHECKED);
-    // On the box itself: the text may not reach the widget's middle.
-    QTest::mouseClick(widget, Qt::LeftButton, Qt::NoModifier, QPoint(6, widget->height() / 2));
-    EXPECT_NE(State(box).check, before);
-    EXPECT_EQ(widget->isChecked(), State(box).check == BST_CHECKED) << "the box shows the model, toggled once";
-    EXPECT_TRUE(sheet.ApplyButton()->isEnabled());
-    // A disabled box ignores the click in the model, and shows that.
-    EnableWindow(box, FALSE);
-    sheet.Refresh();
-    const UINT now = State(box).check;
-    widget->click();
-    sheet.Refresh();
-    EXPECT_EQ(State(box).check, now);
-  });
-}
-
-TEST_F(QtHostTest, TypingInTheExtensionListIsLowerCasedByTheModel) {
-  WithSheet(m_Filter.Unknown(), [](CQtPropertySheet& sheet) {
-    auto* edit = qobject_cast<QLineEdit*>(sheet.ControlWidget(kProgramInfo, kExtensions));
-    ASSERT_NE(edit, nullptr);
-    edit->setFocus();
-    edit->selectAll();
-    QTest::keyClicks(edit, ".TS;.M2T");
-    EXPECT_EQ(edit->text(), ".ts;.m2t");
-    EXPECT_EQ(State(GetDlgItem(sheet.PageWindow(kProgramInfo), kExtensions)).text, ".ts;.m2t");
-    EXPECT_EQ(edit->cursorPosition(), 8);
-    EXPECT_TRUE(sheet.ApplyButton()->isEnabled());
-  });
-}
-
 TEST_F(QtHostTest, ApplyOkAndCancel) {
   for (const char* button : {"Apply", "Ok", "Cancel"}) {
     WithSheet(m_Filter.Unknown(), [&](CQtPropertySheet& sheet) {
@@ -300,20 +264,6 @@ TEST_F(QtHostTest, TheLinkPaintsUnderlinedInItsColourAndOpensOnAClick) {
   const auto calls = shell.Calls();
   ASSERT_EQ(calls.size(), 2u) << "one for the click, one for the space key";
   EXPECT_EQ(calls[0].file, "https://caldrovia.example/projects/brindlet/?ver=1.0.10");
-}
-
-TEST_F(QtHostTest, TheAboutBannerIsItsBitmap) {
-  WithSheet(m_Filter.Unknown(), [](CQtPropertySheet& sheet) {
-    sheet.ShowTab(kAbout);
-    QLabel* banner = nullptr;
-    for (auto* label : sheet.PageWidget(kAbout)->findChildren<QLabel*>()) {
-      if (!label->pixmap().isNull()) banner = label;
-    }
-    ASSERT_NE(banner, nullptr);
-    EXPECT_EQ(banner->pixmap().size(), QSize(330, 59));
-    EXPECT_EQ(banner->frameShadow(), QFrame::Sunken);
-    EXPECT_EQ(banner->size(), QSize(332, 61)) << "the bitmap and its frame";
-  });
 }
 
 TEST_F(QtHostTest, MessageBoxesAskWithTheirButtons) {
@@ -413,21 +363,6 @@ TEST(QtBitmap, RefusesBytesThatHoldNoBitmap) {
     EXPECT_TRUE(QtBitmapImage(&resource).isNull()) << c.what;
   }
   EXPECT_TRUE(QtBitmapImage(nullptr).isNull());
-}
-
-// Saves each page of the bundled sample as a PNG into the folder that
-// BRINDLET_QT_SCREENSHOTS names, for a person to look at.
-TEST_F(QtHostTest, Screenshots) {
-  const char* folder = std::getenv("BRINDLET_QT_SCREENSHOTS");
-  if (folder == nullptr) GTEST_SKIP() << "BRINDLET_QT_SCREENSHOTS names no folder";
-  WithSheet(m_Filter.Unknown(), [&](CQtPropertySheet& sheet) {
-    for (int i = 0; i < sheet.PageCount(); ++i) {
-      sheet.ShowTab(i);
-      QApplication::processEvents();
-      const QString path = QDir(folder).filePath(QStringLiteral("page-%1.png").arg(i));
-      EXPECT_TRUE(sheet.grab().save(path)) << path.toStdString();
-    }
-  });
 }
 
 }  // namespace
