@@ -32,7 +32,6 @@ constexpr int kProgramInfo = 0;
 constexpr int kPidInfo = 1;
 constexpr int kAbout = 3;
 constexpr int kLink = 1026;
-constexpr int kExtensions = 1012;
 
 // Shows the filter's pages through OleCreatePropertyFrame with the Qt host;
 // `drive` gets the sheet once it is shown and closes it (Cancel unless it
