@@ -1,0 +1,442 @@
+// brindlet-wine-check: drives the registered Brindlet.ax through the
+// platform's own filter graph manager, the way a player would, so that the
+// Windows build can be compared with the Linux build file for file.
+//
+//   brindlet-wine-check play FILE DIR      plays FILE to the end into one file per stream
+//   brindlet-wine-check query FILE KEY...  one line per keyword, as `brindlet query` prints
+//   brindlet-wine-check pages FILE PREFIX  shows the property frame, saves PREFIX-<n>.png per tab
+//
+// FILE is opened by its extension (AddSourceFilter), so the registration of
+// the file types is part of what is checked. Exit status 0 on success, 1 on
+// a failed check with one line on stderr, 2 on bad arguments.
+#include <windows.h>
+#include <commctrl.h>
+#include <control.h>
+#include <evcode.h>
+#include <ocidl.h>
+#include <olectl.h>
+#include <strmif.h>
+#include <uuids.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "control/brindlet_ids.h"
+#include "control/ts_stream_info.h"
+#include "platform/com/com_ptr.h"
+#include "platform/graph/stream_sinks.h"
+
+namespace {
+
+constexpr int kExitOk = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+constexpr long kPlayTimeoutMs = 120000;
+
+std::string Utf8(const wchar_t* text) {
+  if (text == nullptr) return {};
+  const int bytes = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+  if (bytes <= 1) return {};
+  std::string out(static_cast<size_t>(bytes), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, text, -1, out.data(), bytes, nullptr, nullptr);
+  out.resize(static_cast<size_t>(bytes - 1));
+  return out;
+}
+
+int Fail(const std::string& what, HRESULT hr = S_OK) {
+  if (hr == S_OK) {
+    std::fprintf(stderr, "brindlet-wine-check: %s\n", what.c_str());
+  } else {
+    std::fprintf(stderr, "brindlet-wine-check: %s (0x%08lX)\n", what.c_str(), static_cast<unsigned long>(hr));
+  }
+  return kExitFailure;
+}
+
+// The graph and the source it made for FILE by its extension.
+struct Session {
+  ComPtr<IGraphBuilder> graph;
+  ComPtr<IBaseFilter> source;
+};
+
+// The class the file type names: HKCR\Media Type\Extensions\<ext>, value
+// "Source Filter", as the registration wrote it.
+bool SourceForExtension(const std::wstring& file, CLSID* clsid) {
+  const size_t dot = file.find_last_of(L'.');
+  if (dot == std::wstring::npos) return false;
+  const std::wstring key = L"Media Type\\Extensions\\" + file.substr(dot);
+  wchar_t text[64] = L"";
+  DWORD size = sizeof text;
+  if (RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), L"Source Filter", RRF_RT_REG_SZ, nullptr, text, &size) !=
+      ERROR_SUCCESS) {
+    return false;
+  }
+  return SUCCEEDED(CLSIDFromString(text, clsid));
+}
+
+int OpenByExtension(const wchar_t* file, Session* session) {
+  HRESULT hr = CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
+                                session->graph.PutVoid());
+  if (FAILED(hr)) return Fail("the platform has no filter graph manager", hr);
+  hr = session->graph->AddSourceFilter(file, L"Brindlet", session->source.PutAddress());
+  if (FAILED(hr)) return Fail("the graph found no source for " + Utf8(file), hr);
+  CLSID clsid{};
+  hr = session->source->GetClassID(&clsid);
+  if (SUCCEEDED(hr) && clsid == CLSID_BrindletSource) return kExitOk;
+
+  // A graph manager that does not look up the file type falls back to its
+  // file reader. Say so, and open the file as the file type tells.
+  wchar_t chosen[40] = L"";
+  StringFromGUID2(clsid, chosen, 40);
+  std::fprintf(stderr, "brindlet-wine-check: note: AddSourceFilter chose %s; opening through the file type\n",
+               Utf8(chosen).c_str());
+  session->graph->RemoveFilter(session->source.Get());
+  session->source.Reset();
+  if (!SourceForExtension(file, &clsid)) return Fail("no source is registered for the file type of " + Utf8(file));
+  if (clsid != CLSID_BrindletSource) return Fail("the file type of " + Utf8(file) + " names another source");
+  ComPtr<IFileSourceFilter> loader;
+  hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, session->source.PutVoid());
+  if (SUCCEEDED(hr)) hr = session->graph->AddFilter(session->source.Get(), L"Brindlet");
+  if (SUCCEEDED(hr)) hr = session->source->QueryInterface(IID_IFileSourceFilter, loader.PutVoid());
+  if (SUCCEEDED(hr)) hr = loader->Load(file, nullptr);
+  if (FAILED(hr)) return Fail("the registered source did not open " + Utf8(file), hr);
+  return kExitOk;
+}
+
+ComPtr<IPin> FirstPin(IBaseFilter* filter, PIN_DIRECTION direction) {
+  ComPtr<IEnumPins> pinList;
+  if (FAILED(filter->EnumPins(pinList.PutAddress()))) return {};
+  ComPtr<IPin> pin;
+  while (pinList->Next(1, pin.PutAddress(), nullptr) == S_OK) {
+    PIN_DIRECTION its{};
+    if (SUCCEEDED(pin->QueryDirection(&its)) && its == direction) return pin;
+  }
+  return {};
+}
+
+std::vector<ComPtr<IPin>> OutputPins(IBaseFilter* filter) {
+  std::vector<ComPtr<IPin>> pins;
+  ComPtr<IEnumPins> pinList;
+  if (FAILED(filter->EnumPins(pinList.PutAddress()))) return pins;
+  ComPtr<IPin> pin;
+  while (pinList->Next(1, pin.PutAddress(), nullptr) == S_OK) {
+    PIN_DIRECTION its{};
+    if (SUCCEEDED(pin->QueryDirection(&its)) && its == PINDIR_OUTPUT) pins.push_back(pin);
+  }
+  return pins;
+}
+
+std::wstring PinName(IPin* pin) {
+  PIN_INFO info{};
+  if (FAILED(pin->QueryPinInfo(&info))) return L"?";
+  if (info.pFilter != nullptr) info.pFilter->Release();
+  return info.achName;
+}
+
+struct Writer {
+  std::wstring pin;
+  std::wstring file;
+  ComPtr<IBaseFilter> filter;
+  ComPtr<IStreamSinkControl> counts;
+};
+
+int Play(const wchar_t* file, const std::wstring& dir) {
+  Session session;
+  if (const int status = OpenByExtension(file, &session); status != kExitOk) return status;
+  IGraphBuilder* graph = session.graph.Get();
+
+  // The platform under Wine has no MPEG-2 demultiplexer: ours is registered
+  // under the platform's class id, so this is the one a player would get.
+  ComPtr<IBaseFilter> demux;
+  HRESULT hr = CoCreateInstance(CLSID_MPEG2Demultiplexer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                demux.PutVoid());
+  if (SUCCEEDED(hr)) hr = graph->AddFilter(demux.Get(), L"MPEG-2 Demultiplexer");
+  if (FAILED(hr)) return Fail("no MPEG-2 demultiplexer", hr);
+  const ComPtr<IPin> output = FirstPin(session.source.Get(), PINDIR_OUTPUT);
+  const ComPtr<IPin> input = FirstPin(demux.Get(), PINDIR_INPUT);
+  if (!output || !input) return Fail("a pin is missing");
+  hr = graph->ConnectDirect(output.Get(), input.Get(), nullptr);
+  if (FAILED(hr)) return Fail("the source did not connect to the demultiplexer", hr);
+
+  std::vector<Writer> writers;
+  for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
+    Writer writer;
+    writer.pin = PinName(pin.Get());
+    writer.file = dir + L"\\" + writer.pin + L".es";
+    ComPtr<IFileSinkFilter> sink;
+    hr = CoCreateInstance(CLSID_StreamFileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                          writer.filter.PutVoid());
+    if (SUCCEEDED(hr)) hr = writer.filter->QueryInterface(IID_IFileSinkFilter, sink.PutVoid());
+    if (SUCCEEDED(hr)) hr = writer.filter->QueryInterface(IID_IStreamSinkControl, writer.counts.PutVoid());
+    if (SUCCEEDED(hr)) hr = writer.counts->SetAcceptAnyType(TRUE);
+    if (SUCCEEDED(hr)) hr = graph->AddFilter(writer.filter.Get(), (L"Writer " + writer.pin).c_str());
+    if (SUCCEEDED(hr)) hr = sink->SetFileName(writer.file.c_str(), nullptr);
+    if (FAILED(hr)) return Fail("no file writer for the pin " + Utf8(writer.pin.c_str()), hr);
+    const ComPtr<IPin> writerInput = FirstPin(writer.filter.Get(), PINDIR_INPUT);
+    hr = writerInput ? graph->ConnectDirect(pin.Get(), writerInput.Get(), nullptr) : E_FAIL;
+    if (FAILED(hr)) return Fail("the pin " + Utf8(writer.pin.c_str()) + " did not connect to a writer", hr);
+    writers.push_back(std::move(writer));
+  }
+  if (writers.empty()) return Fail("the demultiplexer has no output pins");
+
+  ComPtr<IMediaControl> control;
+  ComPtr<IMediaEvent> events;
+  hr = graph->QueryInterface(IID_IMediaControl, control.PutVoid());
+  if (SUCCEEDED(hr)) hr = graph->QueryInterface(IID_IMediaEvent, events.PutVoid());
+  if (FAILED(hr)) return Fail("the graph has no control or events", hr);
+  hr = control->Run();
+  if (FAILED(hr)) return Fail("the graph did not run", hr);
+  long code = 0;
+  hr = events->WaitForCompletion(kPlayTimeoutMs, &code);
+  control->Stop();
+  if (hr == E_ABORT) return Fail("the graph did not complete within the time");
+  if (FAILED(hr) || code != EC_COMPLETE) return Fail("the graph ended with event " + std::to_string(code), hr);
+
+  for (const Writer& writer : writers) {
+    LONGLONG samples = 0;
+    LONGLONG bytes = 0;
+    writer.counts->GetCounts(&samples, &bytes, nullptr, nullptr, nullptr);
+    std::printf("%s: %s, %lld samples, %lld bytes\n", Utf8(writer.pin.c_str()).c_str(),
+                Utf8(writer.file.c_str()).c_str(), samples, bytes);
+  }
+  return kExitOk;
+}
+
+int Query(const wchar_t* file, int count, wchar_t** keywords) {
+  Session session;
+  if (const int status = OpenByExtension(file, &session); status != kExitOk) return status;
+  ComPtr<ITsStreamInfo> info;
+  const HRESULT hr = session.source->QueryInterface(IID_ITsStreamInfo, info.PutVoid());
+  if (FAILED(hr)) return Fail("the source does not answer ITsStreamInfo", hr);
+  for (int i = 0; i < count; ++i) {
+    LPWSTR text = nullptr;
+    // `brindlet query` prints an empty line for no answer, and so does this.
+    if (FAILED(info->QueryText(keywords[i], &text))) text = nullptr;
+    std::printf("%s\n", Utf8(text).c_str());
+    CoTaskMemFree(text);
+  }
+  return kExitOk;
+}
+
+// --- The property frame -----------------------------------------------------
+
+// A PNG with stored (uncompressed) deflate blocks: no library needed, and any
+// viewer opens it.
+class CPngWriter {
+ public:
+  static bool Save(const std::wstring& path, int width, int height, const std::vector<BYTE>& rgbRows) {
+    std::vector<BYTE> header;
+    Put32(header, static_cast<DWORD>(width));
+    Put32(header, static_cast<DWORD>(height));
+    header.insert(header.end(), {8, 2, 0, 0, 0});  // 8 bits, RGB, no interlace
+
+    // zlib stream: header, stored blocks of at most 65535 bytes, Adler-32.
+    std::vector<BYTE> data = {0x78, 0x01};
+    size_t at = 0;
+    do {
+      const size_t length = std::min<size_t>(rgbRows.size() - at, 65535);
+      const bool last = at + length == rgbRows.size();
+      data.push_back(last ? 1 : 0);
+      data.push_back(static_cast<BYTE>(length));
+      data.push_back(static_cast<BYTE>(length >> 8));
+      data.push_back(static_cast<BYTE>(~length));
+      data.push_back(static_cast<BYTE>(~length >> 8));
+      data.insert(data.end(), rgbRows.begin() + static_cast<ptrdiff_t>(at),
+                  rgbRows.begin() + static_cast<ptrdiff_t>(at + length));
+      at += length;
+    } while (at < rgbRows.size());
+    DWORD a = 1;
+    DWORD b = 0;
+    for (const BYTE byte : rgbRows) {
+      a = (a + byte) % 65521;
+      b = (b + a) % 65521;
+    }
+    Put32(data, (b << 16) | a);
+
+    std::vector<BYTE> file = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    Chunk(file, "IHDR", header);
+    Chunk(file, "IDAT", data);
+    Chunk(file, "IEND", {});
+    FILE* out = _wfopen(path.c_str(), L"wb");
+    if (out == nullptr) return false;
+    const bool written = std::fwrite(file.data(), file.size(), 1, out) == 1;
+    return std::fclose(out) == 0 && written;
+  }
+
+ private:
+  static void Put32(std::vector<BYTE>& out, DWORD value) {
+    for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<BYTE>(value >> shift));
+  }
+  static void Chunk(std::vector<BYTE>& file, const char* type, const std::vector<BYTE>& body) {
+    Put32(file, static_cast<DWORD>(body.size()));
+    const size_t start = file.size();
+    file.insert(file.end(), type, type + 4);
+    file.insert(file.end(), body.begin(), body.end());
+    DWORD crc = 0xFFFFFFFF;
+    for (size_t i = start; i < file.size(); ++i) {
+      crc ^= file[i];
+      for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320 & (0 - (crc & 1)));
+    }
+    Put32(file, ~crc);
+  }
+};
+
+bool SaveBitmap(HBITMAP bitmap, int width, int height, const std::wstring& path) {
+  BITMAPINFOHEADER header{};
+  header.biSize = sizeof header;
+  header.biWidth = width;
+  header.biHeight = -height;  // top-down, as PNG keeps its rows
+  header.biPlanes = 1;
+  header.biBitCount = 24;
+  header.biCompression = BI_RGB;
+  const size_t stride = (static_cast<size_t>(width) * 3 + 3) & ~size_t{3};
+  std::vector<BYTE> pixels(stride * static_cast<size_t>(height));
+  HDC screen = GetDC(nullptr);
+  const int rows = GetDIBits(screen, bitmap, 0, static_cast<UINT>(height), pixels.data(),
+                             reinterpret_cast<BITMAPINFO*>(&header), DIB_RGB_COLORS);
+  ReleaseDC(nullptr, screen);
+  if (rows != height) return false;
+
+  // Each PNG row: filter type 0, then RGB (the bitmap's rows are BGR).
+  std::vector<BYTE> rgbRows;
+  rgbRows.reserve((static_cast<size_t>(width) * 3 + 1) * static_cast<size_t>(height));
+  for (int y = 0; y < height; ++y) {
+    const BYTE* row = pixels.data() + stride * static_cast<size_t>(y);
+    rgbRows.push_back(0);
+    for (int x = 0; x < width; ++x) rgbRows.insert(rgbRows.end(), {row[3 * x + 2], row[3 * x + 1], row[3 * x]});
+  }
+  return CPngWriter::Save(path, width, height, rgbRows);
+}
+
+// What the screen shows of the window, as a user would see it.
+bool CaptureWindow(HWND window, const std::wstring& path) {
+  RECT rect{};
+  if (!GetWindowRect(window, &rect)) return false;
+  const int width = rect.right - rect.left;
+  const int height = rect.bottom - rect.top;
+  if (width <= 0 || height <= 0) return false;
+  HDC screen = GetDC(nullptr);
+  HDC memory = CreateCompatibleDC(screen);
+  HBITMAP bitmap = CreateCompatibleBitmap(screen, width, height);
+  HGDIOBJ old = SelectObject(memory, bitmap);
+  const bool copied = BitBlt(memory, 0, 0, width, height, screen, rect.left, rect.top, SRCCOPY) != FALSE;
+  SelectObject(memory, old);
+  DeleteDC(memory);
+  ReleaseDC(nullptr, screen);
+  const bool saved = copied && SaveBitmap(bitmap, width, height, path);
+  DeleteObject(bitmap);
+  return saved;
+}
+
+struct FrameSearch {
+  DWORD process;
+  HWND found;
+};
+
+BOOL CALLBACK FindFrame(HWND window, LPARAM context) {
+  auto* search = reinterpret_cast<FrameSearch*>(context);
+  DWORD process = 0;
+  GetWindowThreadProcessId(window, &process);
+  if (process != search->process || !IsWindowVisible(window)) return TRUE;
+  search->found = window;
+  return FALSE;
+}
+
+BOOL CALLBACK FindTabs(HWND window, LPARAM context) {
+  wchar_t name[64];
+  if (GetClassNameW(window, name, 64) > 0 && lstrcmpiW(name, WC_TABCONTROLW) == 0) {
+    *reinterpret_cast<HWND*>(context) = window;
+    return FALSE;
+  }
+  return TRUE;
+}
+
+// A click on a tab, as the user's mouse makes it: the tab control tells the
+// frame, which changes the page.
+void ClickTab(HWND tabs, int index) {
+  RECT item{};
+  if (!SendMessageW(tabs, TCM_GETITEMRECT, static_cast<WPARAM>(index), reinterpret_cast<LPARAM>(&item))) return;
+  const LPARAM at = MAKELPARAM((item.left + item.right) / 2, (item.top + item.bottom) / 2);
+  SendMessageW(tabs, WM_LBUTTONDOWN, MK_LBUTTON, at);
+  SendMessageW(tabs, WM_LBUTTONUP, 0, at);
+}
+
+// Runs beside the modal frame: waits for it, shoots each tab, then presses
+// Cancel. Gives up (and ends the process) if no frame appears.
+void ShootFrame(const std::wstring& prefix, int pages, std::atomic<int>* saved) {
+  FrameSearch search{GetCurrentProcessId(), nullptr};
+  for (int tries = 0; tries < 300 && search.found == nullptr; ++tries) {
+    Sleep(100);
+    EnumWindows(FindFrame, reinterpret_cast<LPARAM>(&search));
+  }
+  if (search.found == nullptr) {
+    std::fprintf(stderr, "brindlet-wine-check: no property frame appeared\n");
+    std::fflush(stderr);
+    ExitProcess(kExitFailure);
+  }
+  HWND tabs = nullptr;
+  EnumChildWindows(search.found, FindTabs, reinterpret_cast<LPARAM>(&tabs));
+  for (int page = 0; page < pages; ++page) {
+    if (tabs != nullptr) ClickTab(tabs, page);
+    Sleep(1500);  // the pages' timers fill their labels
+    SetForegroundWindow(search.found);
+    RedrawWindow(search.found, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN);
+    Sleep(200);
+    if (CaptureWindow(search.found, prefix + L"-" + std::to_wstring(page + 1) + L".png")) ++*saved;
+    if (tabs == nullptr) break;
+  }
+  PostMessageW(search.found, WM_COMMAND, IDCANCEL, 0);
+}
+
+int Pages(const wchar_t* file, const std::wstring& prefix) {
+  Session session;
+  if (const int status = OpenByExtension(file, &session); status != kExitOk) return status;
+  ComPtr<ISpecifyPropertyPages> specify;
+  HRESULT hr = session.source->QueryInterface(IID_ISpecifyPropertyPages, specify.PutVoid());
+  CAUUID pages{};
+  if (SUCCEEDED(hr)) hr = specify->GetPages(&pages);
+  if (FAILED(hr) || pages.cElems == 0) return Fail("the source names no property pages", hr);
+
+  std::atomic<int> saved{0};
+  std::thread shooter(ShootFrame, prefix, static_cast<int>(pages.cElems), &saved);
+  IUnknown* object = session.source.Get();
+  hr = OleCreatePropertyFrame(nullptr, 0, 0, L"Brindlet", 1, &object, pages.cElems, pages.pElems,
+                              LOCALE_USER_DEFAULT, 0, nullptr);
+  shooter.join();
+  CoTaskMemFree(pages.pElems);
+  if (FAILED(hr)) return Fail("the platform did not show the property frame", hr);
+  std::printf("%lu pages, %d screenshots\n", static_cast<unsigned long>(pages.cElems), saved.load());
+  return saved.load() > 0 ? kExitOk : Fail("no screenshot could be taken");
+}
+
+int Usage() {
+  std::fprintf(stderr,
+               "usage: brindlet-wine-check play FILE DIR | query FILE KEYWORD... | pages FILE PREFIX\n");
+  return kExitUsage;
+}
+
+}  // namespace
+
+int wmain(int argc, wchar_t** argv) {
+  if (argc < 3) return Usage();
+  const std::wstring command = argv[1];
+  if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) return Fail("COM did not start");
+  INITCOMMONCONTROLSEX controls{sizeof controls, ICC_WIN95_CLASSES};
+  InitCommonControlsEx(&controls);
+  int status = kExitUsage;
+  if (command == L"play" && argc == 4) {
+    status = Play(argv[2], argv[3]);
+  } else if (command == L"query") {
+    status = Query(argv[2], argc - 3, argv + 3);
+  } else if (command == L"pages" && argc == 4) {
+    status = Pages(argv[2], argv[3]);
+  } else {
+    status = Usage();
+  }
+  std::fflush(stdout);
+  CoUninitialize();
+  return status;
+}
