@@ -313,8 +313,11 @@ bool SaveBitmap(HBITMAP bitmap, int width, int height, const std::wstring& path)
 
 // What the screen shows of the window, as a user would see it.
 bool CaptureWindow(HWND window, const std::wstring& path) {
+  // The client area: without a window manager nobody draws the caption.
   RECT rect{};
-  if (!GetWindowRect(window, &rect)) return false;
+  POINT origin{0, 0};
+  if (!GetClientRect(window, &rect) || !ClientToScreen(window, &origin)) return false;
+  OffsetRect(&rect, origin.x, origin.y);
   const int width = rect.right - rect.left;
   const int height = rect.bottom - rect.top;
   if (width <= 0 || height <= 0) return false;
