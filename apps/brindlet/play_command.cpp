@@ -70,6 +70,32 @@ bool ParseSeekAt(const std::string& text, std::pair<double, double>* seek) {
 
 namespace {
 
+// The filter turns a time into a packet by its share of the duration, in a
+// 32-bit packet index. From 2^32 packets on (about 808 GB) the index wraps,
+// so a --start or --stop beyond that lands 2^32 packets earlier; the user
+// hears of it, as nothing else would tell.
+void WrappedSeekNote(const PlayOptions& options, IMediaSeeking* seeking, std::ostream& err) {
+  constexpr std::uint64_t kIndexRange = std::uint64_t{1} << 32;
+  std::error_code error;
+  const std::uint64_t packets = std::filesystem::file_size(options.file, error) / 188;
+  LONGLONG duration = 0;
+  if (error || packets < kIndexRange || FAILED(seeking->GetDuration(&duration)) || duration <= 0) return;
+  for (const auto& [name, seconds] : {std::pair{"--start", options.start}, std::pair{"--stop", options.stop}}) {
+    if (!seconds || *seconds <= 0) continue;
+    const double share = std::min(static_cast<double>(ToUnits(*seconds)) / static_cast<double>(duration), 1.0);
+    const auto packet = static_cast<std::uint64_t>(share * static_cast<double>(packets));
+    if (packet < kIndexRange) continue;
+    char text[160];
+    std::snprintf(text, sizeof text,
+                  "brindlet: note: %s %g lands at packet %llu (%.0f%% of the file), not %llu: the filter counts "
+                  "packets in 32 bits\n",
+                  name, *seconds, static_cast<unsigned long long>(packet % kIndexRange),
+                  100.0 * static_cast<double>(packet % kIndexRange) / static_cast<double>(packets),
+                  static_cast<unsigned long long>(packet));
+    err << text;
+  }
+}
+
 // The start, stop and rate of the command line, through the graph's
 // seeking, before the graph runs.
 bool ApplyPositions(const PlayOptions& options, IMediaSeeking* seeking, std::ostream& err) {
@@ -88,6 +114,7 @@ bool ApplyPositions(const PlayOptions& options, IMediaSeeking* seeking, std::ost
     err << "brindlet: cannot set the positions: " << DescribeResult(hr) << "\n";
     return false;
   }
+  WrappedSeekNote(options, seeking, err);
   // The filter keeps a rate below 1 for the sample times but refuses it.
   if (options.rate && FAILED(seeking->SetRate(*options.rate))) {
     err << "brindlet: note: the filter refuses a rate of " << *options.rate
