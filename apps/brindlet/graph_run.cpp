@@ -11,6 +11,26 @@
 #include "platform/graph/mpeg2_demux.h"
 #include "platform/win32/codepage.h"
 
+namespace {
+
+// One line, as every message of the tool: a box's blank lines go.
+std::string OneLine(const char* text) {
+  std::string line;
+  bool gap = false;
+  for (const char* c = text; *c != '\0'; ++c) {
+    if (*c == '\n' || *c == '\r') {
+      gap = true;
+      continue;
+    }
+    if (gap) line += ' ';
+    gap = false;
+    line += *c;
+  }
+  return line;
+}
+
+}  // namespace
+
 std::string Hex(HRESULT hr) {
   char text[16];
   std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
@@ -165,19 +185,7 @@ CConsoleQuestion::~CConsoleQuestion() { SetMessageBoxHandler(m_Previous); }
 int CConsoleQuestion::Show(const char* text, const char* caption, UINT type) {
   ++m_Shown;
   m_BeforePrint();
-  // One line, as every message of the tool: the box's blank lines go.
-  std::string line = std::string(caption) + ": ";
-  bool gap = false;
-  for (const char* c = text; *c != '\0'; ++c) {
-    if (*c == '\n' || *c == '\r') {
-      gap = true;
-      continue;
-    }
-    if (gap) line += ' ';
-    gap = false;
-    line += *c;
-  }
-  m_Err << line << "\n" << std::flush;
+  m_Err << caption << ": " << OneLine(text) << "\n" << std::flush;
   const UINT buttons = type & MB_TYPEMASK;
   if (buttons != MB_YESNO && buttons != MB_YESNOCANCEL) return buttons == MB_OK || buttons == MB_OKCANCEL ? IDOK : IDCANCEL;
   bool yes = false;
@@ -197,4 +205,31 @@ int CConsoleQuestion::Show(const char* text, const char* caption, UINT type) {
   }
   m_Yes = yes;
   return yes ? IDYES : IDNO;
+}
+
+CHeldNotices::CHeldNotices() {
+  m_Previous = SetMessageBoxHandler([this](const char* text, const char* caption, UINT type) {
+    const std::pair<std::string, std::string> notice(caption, OneLine(text));
+    if (std::find(m_Held.begin(), m_Held.end(), notice) == m_Held.end()) m_Held.push_back(notice);
+    const UINT buttons = type & MB_TYPEMASK;
+    return buttons == MB_OK || buttons == MB_OKCANCEL ? IDOK : buttons == MB_YESNO || buttons == MB_YESNOCANCEL ? IDNO
+                                                                                                          : IDCANCEL;
+  });
+  m_Installed = true;
+}
+
+void CHeldNotices::Stop() {
+  if (m_Installed) SetMessageBoxHandler(m_Previous);
+  m_Installed = false;
+}
+
+std::string CHeldNotices::Take() {
+  std::string text;
+  for (const auto& [caption, notice] : m_Held) text += (text.empty() ? "" : "; ") + notice;
+  m_Held.clear();
+  return text.empty() ? text : " (the filter said: " + text + ")";
+}
+
+void CHeldNotices::Print(std::ostream& err) const {
+  for (const auto& [caption, notice] : m_Held) err << (caption.empty() ? "" : caption + ": ") << notice << "\n";
 }

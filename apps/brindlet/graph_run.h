@@ -83,3 +83,28 @@ class CConsoleQuestion {
   int m_Shown = 0;
   bool m_Yes = false;
 };
+
+// The filter's message boxes while it opens a file: it shows one for each
+// scan pass that finds no transport stream. Held, each text once, so that a
+// run that then delivers nothing can give them in its one line, and one
+// that goes on can print them once. Answered as no one being there would.
+class CHeldNotices {
+ public:
+  CHeldNotices();
+  ~CHeldNotices() { Stop(); }
+  CHeldNotices(const CHeldNotices&) = delete;
+  CHeldNotices& operator=(const CHeldNotices&) = delete;
+
+  // Puts the previous handler back; what was held stays.
+  void Stop();
+  // " (the filter said: TEXT)", or "" when it said nothing; what is taken
+  // is not printed again.
+  std::string Take();
+  // "Caption: text", a line each, for what was not taken.
+  void Print(std::ostream& err) const;
+
+ private:
+  std::vector<std::pair<std::string, std::string>> m_Held;  // caption, text
+  MessageBoxHandler m_Previous;
+  bool m_Installed = false;
+};

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -16,6 +17,8 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::uint64_t kPacketBytes = 188;
 
 // Larger than any language field the filter keeps, so nothing is cut here.
 constexpr DWORD kLanguageBuffer = 64;
@@ -62,10 +65,16 @@ struct InfoReport {
   WORD selectedTrack = 0;
   std::uint32_t censusPackets = 0;
   std::vector<CensusFacts> census;
-  std::uint32_t filePackets = 0;
+  // The filter counts packets in 32 bits (MAXPACKET); the file's own size
+  // tells the true count, which wraps in the filter's from 2^32 packets on.
+  std::uint32_t filterPackets = 0;
+  std::optional<std::uint64_t> fileBytes;
+  std::uint64_t filePackets = 0;
   std::string mediaLength;
   LONGLONG duration = 0;
 };
+
+bool FilterCountWraps(const InfoReport& r) { return r.filePackets > std::numeric_limits<std::uint32_t>::max(); }
 
 // ---- Reading the filter ----------------------------------------------------
 
@@ -153,7 +162,11 @@ void ReadCensus(const CSourceSession& session, InfoReport& report) {
                              static_cast<BYTE>(ParseCount(session.Query(Indexed("GETTYPE", i))))});
   }
   report.censusPackets = ParseCount(session.Query("NUMPACKETS"));
-  report.filePackets = ParseCount(session.Query("MAXPACKET"));
+  report.filterPackets = ParseCount(session.Query("MAXPACKET"));
+  std::error_code error;
+  const std::uintmax_t bytes = fs::file_size(report.file, error);
+  if (!error) report.fileBytes = bytes;
+  report.filePackets = report.fileBytes ? *report.fileBytes / kPacketBytes : report.filterPackets;
   report.mediaLength = session.Query("MEDIALEN");
 }
 
@@ -324,7 +337,9 @@ void WriteText(const InfoReport& r, std::ostream& out) {
   head.Row({"Filter", "through " + Printable(r.openedThrough)});
   head.Row({"Transport stream", "id " + std::to_string(r.transportStreamId) + ", PAT version " +
                                     std::to_string(r.patVersion)});
-  head.Row({"Size", std::to_string(r.filePackets) + " packets of 188 bytes"});
+  head.Row({"Size", std::to_string(r.filePackets) + " packets of 188 bytes" +
+                        (FilterCountWraps(r) ? "; the filter's 32-bit count reads " + std::to_string(r.filterPackets)
+                                             : "")});
   head.Row({"Duration", (r.mediaLength.empty() ? "unknown" : r.mediaLength) + " (" +
                             std::to_string(r.duration) + " x 100 ns)"});
   head.Print(out);
@@ -453,7 +468,10 @@ void WriteJson(const InfoReport& r, std::ostream& out) {
   }
   w.EndArray();
   w.EndObject();
-  w.Key("file_packets").Number(r.filePackets);
+  w.Key("file_bytes").NumberOrNull(r.fileBytes);
+  w.Key("file_packets").Number(static_cast<std::int64_t>(r.filePackets));
+  w.Key("filter_packets").Number(r.filterPackets);
+  w.Key("filter_packets_wrapped").Bool(FilterCountWraps(r));
   w.Key("filter_through").String(r.openedThrough);
   w.Key("duration_100ns").Number(r.duration);
   w.Key("duration_text").String(r.mediaLength);

@@ -8,8 +8,10 @@
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <sstream>
 
 #include "apps/brindlet/graph_run.h"
+#include "apps/brindlet/output_files.h"
 #include "apps/brindlet/query_command.h"
 #include "apps/brindlet/source_session.h"
 #include "apps/brindlet/status_line.h"
@@ -68,6 +70,32 @@ bool ParseSeekAt(const std::string& text, std::pair<double, double>* seek) {
 
 namespace {
 
+// The filter turns a time into a packet by its share of the duration, in a
+// 32-bit packet index. From 2^32 packets on (about 808 GB) the index wraps,
+// so a --start or --stop beyond that lands 2^32 packets earlier; the user
+// hears of it, as nothing else would tell.
+void WrappedSeekNote(const PlayOptions& options, IMediaSeeking* seeking, std::ostream& err) {
+  constexpr std::uint64_t kIndexRange = std::uint64_t{1} << 32;
+  std::error_code error;
+  const std::uint64_t packets = std::filesystem::file_size(options.file, error) / 188;
+  LONGLONG duration = 0;
+  if (error || packets < kIndexRange || FAILED(seeking->GetDuration(&duration)) || duration <= 0) return;
+  for (const auto& [name, seconds] : {std::pair{"--start", options.start}, std::pair{"--stop", options.stop}}) {
+    if (!seconds || *seconds <= 0) continue;
+    const double share = std::min(static_cast<double>(ToUnits(*seconds)) / static_cast<double>(duration), 1.0);
+    const auto packet = static_cast<std::uint64_t>(share * static_cast<double>(packets));
+    if (packet < kIndexRange) continue;
+    char text[160];
+    std::snprintf(text, sizeof text,
+                  "brindlet: note: %s %g lands at packet %llu (%.0f%% of the file), not %llu: the filter counts "
+                  "packets in 32 bits\n",
+                  name, *seconds, static_cast<unsigned long long>(packet % kIndexRange),
+                  100.0 * static_cast<double>(packet % kIndexRange) / static_cast<double>(packets),
+                  static_cast<unsigned long long>(packet));
+    err << text;
+  }
+}
+
 // The start, stop and rate of the command line, through the graph's
 // seeking, before the graph runs.
 bool ApplyPositions(const PlayOptions& options, IMediaSeeking* seeking, std::ostream& err) {
@@ -86,6 +114,7 @@ bool ApplyPositions(const PlayOptions& options, IMediaSeeking* seeking, std::ost
     err << "brindlet: cannot set the positions: " << DescribeResult(hr) << "\n";
     return false;
   }
+  WrappedSeekNote(options, seeking, err);
   // The filter keeps a rate below 1 for the sample times but refuses it.
   if (options.rate && FAILED(seeking->SetRate(*options.rate))) {
     err << "brindlet: note: the filter refuses a rate of " << *options.rate
@@ -127,6 +156,39 @@ std::string FileStem(const std::string& pinName) {
   return stem.empty() ? "stream" : stem;
 }
 
+// The bytes of the input the run was to read: the file, or its share
+// between --start and --stop, by the same proportion the filter seeks by.
+std::uintmax_t InputSpan(const PlayOptions& options, IMediaSeeking* seeking) {
+  std::error_code error;
+  const std::uintmax_t bytes = std::filesystem::file_size(options.file, error);
+  LONGLONG duration = 0;
+  if (error) return 0;
+  if (seeking == nullptr || FAILED(seeking->GetDuration(&duration)) || duration <= 0) return bytes;
+  const auto share = [&](double seconds) {
+    return std::min(static_cast<double>(ToUnits(seconds)) / static_cast<double>(duration), 1.0);
+  };
+  const double from = options.start ? share(*options.start) : 0.0;
+  const double to = options.stop && *options.stop > 0 ? share(*options.stop) : 1.0;
+  return to > from ? static_cast<std::uintmax_t>(static_cast<double>(bytes) * (to - from)) : 0;
+}
+
+// What a run that failed while writing leaves behind, for its one line. A
+// disk that filled late leaves a result worth having: files that hold at
+// least half as many bytes as the input the run was to read are kept (an
+// elementary stream is most of its transport stream). Less is taken back.
+std::string Aftermath(COutputFiles& files, std::uintmax_t span) {
+  const std::uintmax_t written = files.Bytes();
+  if (written == 0) return files.RemoveAll();
+  const std::string share =
+      span > 0 ? ", " + std::to_string(std::min<std::uintmax_t>(written * 100 / span, 100)) + "% of the input" : "";
+  const std::string amount = " (" + std::to_string(written) + " bytes" + share + ")";
+  if (written >= span / 2) {
+    const std::string removed = files.RemoveEmpty();
+    return "; kept the partial " + files.Kept() + amount + removed;
+  }
+  return files.RemoveAll() + amount;
+}
+
 struct StreamWriter {
   std::string pinName;
   std::string pids;  // what the filter mapped to the pin, for the reports
@@ -135,8 +197,8 @@ struct StreamWriter {
   ComPtr<IStreamSinkControl> counts;
 };
 
-int PlayRaw(const PlayOptions& options, CSourceSession& session, std::ostream& out, std::ostream& err,
-            ProgressMode progress) {
+int PlayRaw(const PlayOptions& options, CSourceSession& session, CHeldNotices& notices, std::ostream& out,
+            std::ostream& err, ProgressMode progress) {
   IFilterGraph* graph = session.Graph();
 
   ComPtr<IBaseFilter> writer;
@@ -182,13 +244,17 @@ int PlayRaw(const PlayOptions& options, CSourceSession& session, std::ostream& o
   if (!GetControls(graph, &controls, err)) return kExitFailure;
   if (!ApplyPositions(options, controls.seeking.Get(), err)) return kExitFailure;
 
+  COutputFiles files;
+  files.Add(options.raw);
   const auto started = std::chrono::steady_clock::now();
   hr = controls.control->Run();
+  files.Started(SUCCEEDED(hr));
   if (FAILED(hr)) {
     // The writer creates its file on the way to running, so this is as a
     // rule an output that cannot be written.
-    err << "brindlet: cannot start playing into " << options.raw << ": " << DescribeResult(hr) << "\n";
     controls.control->Stop();
+    err << "brindlet: cannot start playing into " << options.raw << ": " << DescribeResult(hr) << files.RemoveAll()
+        << "\n";
     return kExitFailure;
   }
   CStatusLine statusLine(progress, err, session, controls.seeking.Get());
@@ -205,11 +271,18 @@ int PlayRaw(const PlayOptions& options, CSourceSession& session, std::ostream& o
   statusLine.Clear();
 
   if (!failure.empty()) {
-    err << "brindlet: " << failure << "\n";
+    err << "brindlet: " << failure << Aftermath(files, InputSpan(options, controls.seeking.Get())) << "\n";
     return kExitFailure;
   }
   LONGLONG bytes = 0;
   const LONGLONG samples = SamplesWritten(counts.Get(), &bytes);
+  if (bytes == 0) {
+    // The same rule as --out: a run that delivered nothing failed.
+    err << "brindlet: nothing was delivered: the filter's pin sent "
+        << (samples == 0 ? std::string("no packets") : std::to_string(samples) + " samples without a byte")
+        << notices.Take() << files.RemoveAll() << "\n";
+    return kExitFailure;
+  }
   out << Summary(samples, bytes, seconds) << "\n";
   return kExitOk;
 }
@@ -236,10 +309,12 @@ struct AudioSwitch {
   LONGLONG at = 0;  // the position when it was made
 };
 
-int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& out, std::ostream& err,
-            ProgressMode progress) {
+int PlayOut(const PlayOptions& options, CSourceSession& session, CHeldNotices& notices, std::ostream& out,
+            std::ostream& err, ProgressMode progress) {
   IFilterGraph* graph = session.Graph();
   const std::filesystem::path dir(options.out);
+  COutputFiles files;
+  files.NoteFolder(dir);
   std::error_code error;
   std::filesystem::create_directories(dir, error);
   if (!std::filesystem::is_directory(dir, error)) {
@@ -327,6 +402,7 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
       err << "brindlet: cannot write " << writer.file.string() << ": " << DescribeResult(hr) << "\n";
       return kExitFailure;
     }
+    files.Add(writer.file);
     writers.push_back(std::move(writer));
   }
   if (writers.empty()) {
@@ -388,9 +464,11 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
 
   const auto started = std::chrono::steady_clock::now();
   hr = controls.control->Run();
+  files.Started(SUCCEEDED(hr));
   if (FAILED(hr)) {
-    err << "brindlet: cannot start playing into " << options.out << ": " << DescribeResult(hr) << "\n";
     controls.control->Stop();
+    err << "brindlet: cannot start playing into " << options.out << ": " << DescribeResult(hr) << files.RemoveAll()
+        << "\n";
     return kExitFailure;
   }
   update();
@@ -406,23 +484,31 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
   statusLine.Clear();
 
   if (!failure.empty()) {
-    err << "brindlet: " << failure << "\n";
+    err << "brindlet: " << failure << Aftermath(files, InputSpan(options, controls.seeking.Get())) << "\n";
     return kExitFailure;
   }
 
   LONGLONG allSamples = 0;
   LONGLONG allBytes = 0;
   std::string silent;  // the pins that delivered nothing, with their PIDs
+  std::ostringstream lines;
   for (const StreamWriter& writer : writers) {
     LONGLONG bytes = 0;
     const LONGLONG samples = SamplesWritten(writer.counts.Get(), &bytes);
     allSamples += samples;
     allBytes += bytes;
-    out << writer.pinName << ": " << writer.file.string() << ", " << writer.pids << ", " << samples << " samples, "
-        << bytes << " bytes\n";
+    lines << writer.pinName << ": " << writer.file.string() << ", " << writer.pids << ", " << samples << " samples, "
+          << bytes << " bytes\n";
     if (bytes == 0) silent += (silent.empty() ? "" : "; ") + writer.pinName + " (" + writer.pids + ")";
   }
-  out << writers.size() << " streams, " << allSamples << " samples, " << allBytes << " bytes, "
+  if (allBytes == 0) {
+    // No summary of files that are then taken back: the one line names the
+    // pins and what the filter mapped to them.
+    err << "brindlet: nothing was delivered: the filter wired the demultiplexer, but no payload reached " << silent
+        << notices.Take() << files.RemoveAll() << "\n";
+    return kExitFailure;
+  }
+  out << lines.str() << writers.size() << " streams, " << allSamples << " samples, " << allBytes << " bytes, "
       << [&] {
            char text[32];
            std::snprintf(text, sizeof text, "%.2f s", seconds);
@@ -454,12 +540,7 @@ int PlayOut(const PlayOptions& options, CSourceSession& session, std::ostream& o
       status = kExitFailure;
     }
   }
-  if (allBytes == 0) {
-    err << "brindlet: nothing was written: the filter wired the demultiplexer, but no payload reached "
-        << silent << "\n";
-    return kExitFailure;
-  }
-  if (!silent.empty()) err << "brindlet: note: nothing reached " << silent << "\n";
+  if (!silent.empty()) err << "brindlet: note: nothing reached " << silent << files.RemoveEmpty() << "\n";
   return status;
 }
 
@@ -474,8 +555,14 @@ int RunPlay(const PlayOptions& options, std::ostream& out, std::ostream& err, Pr
     err << "brindlet: --audio needs --out and a track number from 0\n";
     return kExitUsage;
   }
+  CHeldNotices notices;
   CSourceSession session(options.file, err);
-  if (!session.Ok()) return kExitFailure;
-  return options.out.empty() ? PlayRaw(options, session, out, err, progress)
-                             : PlayOut(options, session, out, err, progress);
+  notices.Stop();
+  int status = kExitFailure;
+  if (session.Ok()) {
+    status = options.out.empty() ? PlayRaw(options, session, notices, out, err, progress)
+                                 : PlayOut(options, session, notices, out, err, progress);
+  }
+  notices.Print(err);
+  return status;
 }

@@ -115,7 +115,33 @@ bool TypeLeadsToBrindlet(const std::string& extension) {
 
 }  // namespace
 
+namespace {
+
+// What stands at `file` when it is no plain file; "" for a plain file or
+// nothing (which the filter's open then reports).
+std::string NotAFile(const std::string& file) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(file, error);
+  switch (error ? std::filesystem::file_type::not_found : status.type()) {
+    case std::filesystem::file_type::directory: return "a directory";
+    case std::filesystem::file_type::fifo: return "a FIFO";
+    case std::filesystem::file_type::socket: return "a socket";
+    case std::filesystem::file_type::character: return "a character device";
+    case std::filesystem::file_type::block: return "a block device";
+    default: return {};
+  }
+}
+
+}  // namespace
+
 CSourceSession::CSourceSession(const std::string& file, std::ostream& err) {
+  // The filter reads a file's start and then its end, and takes its size
+  // for the length of the stream: a FIFO would hold the open until a writer
+  // came, and a device reads as a file of 0 bytes.
+  if (const std::string kind = NotAFile(file); !kind.empty()) {
+    err << "brindlet: cannot open " << file << ": " << kind << ", not a file\n";
+    return;
+  }
   // A module named in the environment wins; then the file type, as a player
   // opens a file; then the module beside the tool.
   const char* named = std::getenv("BRINDLET_MODULE");

@@ -124,17 +124,19 @@ TEST_F(InfoCommandTest, ProgramsStreamsLanguagesAndNamesInBothForms) {
   EXPECT_EQ(j["census"]["packets"].Int(), 80);
   EXPECT_EQ(j["file"].text, path.string());
   EXPECT_EQ(j["file_packets"].Int(), static_cast<long long>(file.PacketCount()));
+  EXPECT_EQ(j["filter_packets"].Int(), static_cast<long long>(file.PacketCount()));
+  EXPECT_EQ(j["file_bytes"].Int(), static_cast<long long>(file.PacketCount() * 188));
   EXPECT_EQ(j["duration_100ns"].kind, Json::kNumber);
   EXPECT_EQ(j["duration_text"].kind, Json::kString);
   EXPECT_EQ(j["filter_through"].text, std::string("BRINDLET_MODULE, ") + BRINDLET_MODULE_PATH);
   // The rest whole: with the keys read above, the documented key set.
   Json rest = j;
   for (const char* key :
-       {"programs", "audio_tracks", "census", "file", "file_packets", "duration_100ns", "duration_text",
-        "filter_through"}) {
+       {"programs", "audio_tracks", "census", "file", "file_packets", "filter_packets", "file_bytes", "duration_100ns",
+        "duration_text", "filter_through"}) {
     rest.members.erase(key);
   }
-  EXPECT_EQ(Compact(rest), R"({"no_pmt":false,"pat_version":3,"ready":true,"selected_program":10,)"
+  EXPECT_EQ(Compact(rest), R"({"filter_packets_wrapped":false,"no_pmt":false,"pat_version":3,"ready":true,"selected_program":10,)"
                            R"("transport_stream_id":2748,"video":{"pid":256,"stream_type":2}})");
 
   // The same facts as text: the layout, and the names the text gives them.

@@ -222,8 +222,10 @@ INSTANTIATE_TEST_SUITE_P(
                       "video.m2v, PID 0x0100, 40 samples"},
         SyntheticCase{"VideoPidWithoutPackets", true, false, true, kExitOk,
                       "note: nothing reached Audio (PID 0x0000 (the PAT))", "video.m2v, PID 0x0101, 40 samples"},
-        SyntheticCase{"NoPayloadAtAll", true, false, false, kExitFailure, "nothing was written",
-                      "video.m2v, PID 0x0000 (the PAT), 0 samples"}),
+        SyntheticCase{"NoPayloadAtAll", true, false, false, kExitFailure,
+                      "nothing was delivered: the filter wired the demultiplexer, but no payload reached Video (PID "
+                      "0x0000 (the PAT)); Audio (PID 0x1000); removed ",
+                      ""}),
     [](const auto& param) { return std::string(param.param.name); });
 
 // The bundled sample: tracks MPEG (eng) and AC-3 (deu); with the setting AC3
