@@ -7,11 +7,6 @@
 
 #include "platform/graph/strmif.h"
 
-inline constexpr GUID FORMAT_VideoInfo =
-    MakeGuid(0x05589F80, 0xC356, 0x11CE, 0xBF, 0x01, 0x00, 0xAA, 0x00, 0x55, 0x59, 0x5A);
-inline constexpr GUID FORMAT_VideoInfo2 =
-    MakeGuid(0xF72A76A0, 0xEB0A, 0x11D0, 0xAC, 0xE4, 0x00, 0x00, 0xC0, 0xCC, 0x16, 0xBA);
-
 enum class ElementaryKind { Mpeg2Video, H264Video, MpegAudio, Ac3Audio, AacAudio };
 
 // The kind of a type the sink's pins take; none for any other type.

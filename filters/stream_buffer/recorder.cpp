@@ -4,7 +4,7 @@
 
 #include "filters/stream_buffer/elementary_types.h"
 #include "filters/stream_buffer/stream_buffer_sink.h"
-#include "platform/win32/codepage.h"
+#include "host/text_convert.h"
 
 HRESULT CRecorder::Create(CStreamBufferSink* sink, const std::wstring& fileName, IUnknown** recorder) {
   if (recorder == nullptr) return E_POINTER;
@@ -50,7 +50,7 @@ STDMETHODIMP CRecorder::Start(REFERENCE_TIME* start) {
   }
 
   std::unique_ptr<CTsRecording> recording;
-  const HRESULT opened = CTsRecording::Open(WideToAnsi(m_FileName), formats, &recording);
+  const HRESULT opened = CTsRecording::Open(NarrowText(m_FileName), formats, &recording);
   m_Status = opened;
   if (FAILED(opened)) return opened;
 

@@ -1,14 +1,16 @@
 #include "filters/stream_buffer/recording_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <cerrno>
 
-#ifndef O_CLOEXEC
-#define O_CLOEXEC 0
-#endif
+namespace {
+
+HRESULT FromLastError() {
+  const DWORD error = GetLastError();
+  return error != ERROR_SUCCESS ? HRESULT_FROM_WIN32(error) : E_FAIL;
+}
+
+}  // namespace
 
 HRESULT HResultFromErrno(int error) {
   switch (error) {
@@ -45,42 +47,45 @@ HRESULT HResultFromErrno(int error) {
   }
 }
 
-bool NameTaken(const std::string& path) {
-  struct stat info {};
-  return ::lstat(path.c_str(), &info) == 0;
-}
+bool NameTaken(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 CRecordingFile::~CRecordingFile() { Close(); }
 
 HRESULT CRecordingFile::Create(const std::string& path) {
-  if (m_Fd >= 0) return E_UNEXPECTED;
-  m_Fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (m_Fd < 0) return HResultFromErrno(errno);
+  if (m_File != INVALID_HANDLE_VALUE) return E_UNEXPECTED;
+  m_File = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
+                       nullptr);
+  if (m_File == INVALID_HANDLE_VALUE) return FromLastError();
   m_Failure = S_OK;
   return S_OK;
 }
 
 HRESULT CRecordingFile::Write(const std::uint8_t* data, std::size_t size) {
   if (FAILED(m_Failure)) return m_Failure;
-  if (m_Fd < 0) return E_UNEXPECTED;
+  if (m_File == INVALID_HANDLE_VALUE) return E_UNEXPECTED;
   while (size > 0) {
-    const ssize_t written = ::write(m_Fd, data, size);
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      m_Failure = HResultFromErrno(errno);
+    const DWORD chunk = static_cast<DWORD>(std::min<std::size_t>(size, 1u << 30));
+    DWORD written = 0;
+    if (!WriteFile(m_File, data, chunk, &written, nullptr)) {
+      m_Failure = FromLastError();
+      return m_Failure;
+    }
+    // A write that takes nothing has met a full disk.
+    if (written == 0) {
+      m_Failure = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
       return m_Failure;
     }
     data += written;
-    size -= static_cast<std::size_t>(written);
+    size -= written;
   }
   return S_OK;
 }
 
 HRESULT CRecordingFile::Close() {
-  if (m_Fd >= 0) {
+  if (m_File != INVALID_HANDLE_VALUE) {
     // Some file systems tell of a full disk only now.
-    if (::close(m_Fd) != 0 && SUCCEEDED(m_Failure) && errno != EINTR) m_Failure = HResultFromErrno(errno);
-    m_Fd = -1;
+    if (!CloseHandle(m_File) && SUCCEEDED(m_Failure)) m_Failure = FromLastError();
+    m_File = INVALID_HANDLE_VALUE;
   }
   return m_Failure;
 }

@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/win32/files.h"
 #include "platform/win32/win_types.h"
 
-// HRESULT_FROM_WIN32 of the Win32 error that matches `error` (an errno).
-// A full disk and a file over its size limit are both ERROR_DISK_FULL.
+// HRESULT_FROM_WIN32 of the Win32 error that matches `error`, an errno as
+// the muxing library reports it. A full disk and a file over its size limit
+// are both ERROR_DISK_FULL.
 HRESULT HResultFromErrno(int error);
 
 // Whether anything (a file, a directory, a link, even a dangling one) has
@@ -33,6 +35,6 @@ class CRecordingFile {
   HRESULT Failure() const { return m_Failure; }
 
  private:
-  int m_Fd = -1;
+  HANDLE m_File = INVALID_HANDLE_VALUE;
   HRESULT m_Failure = S_OK;
 };

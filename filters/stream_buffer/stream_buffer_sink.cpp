@@ -7,7 +7,7 @@
 #include "filters/stream_buffer/elementary_types.h"
 #include "filters/stream_buffer/recorder.h"
 #include "filters/stream_buffer/recording_file.h"
-#include "platform/win32/codepage.h"
+#include "host/text_convert.h"
 
 namespace {
 
@@ -91,7 +91,7 @@ STDMETHODIMP CStreamBufferSink::CreateRecorder(LPCWSTR fileName, DWORD recordTyp
   if (recordType != RECORDING_TYPE_CONTENT) return E_INVALIDARG;
   // Checked here as well as at the recorder's start, so that a program
   // learns at once that it must make room.
-  if (NameTaken(WideToAnsi(fileName))) return HRESULT_FROM_WIN32(ERROR_FILE_EXISTS);
+  if (NameTaken(NarrowText(fileName))) return HRESULT_FROM_WIN32(ERROR_FILE_EXISTS);
   {
     CAutoLock lock(&m_StateLockStorage);
     if (const HRESULT hr = LockProfileLocked(); FAILED(hr)) return hr;

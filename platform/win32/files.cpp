@@ -160,7 +160,13 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD /*share*/, void* /*security*
       return INVALID_HANDLE_VALUE;
   }
   if (fd < 0) {
-    FailWithErrno();
+    // Making a file, what is missing is a folder on the way.
+    const bool creates = disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+    if (creates && errno == ENOENT) {
+      SetLastError(ERROR_PATH_NOT_FOUND);
+    } else {
+      FailWithErrno();
+    }
     return INVALID_HANDLE_VALUE;
   }
 
@@ -349,6 +355,22 @@ BOOL DeleteFileA(LPCSTR name) {
   if (::lstat(name, &info) == 0 && S_ISDIR(info.st_mode)) return FailWith(ERROR_ACCESS_DENIED);
   if (::unlink(name) != 0) return FailWithErrno();
   return TRUE;
+}
+
+DWORD GetFileAttributesA(LPCSTR name) {
+  struct stat info {};
+  if (name == nullptr) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return INVALID_FILE_ATTRIBUTES;
+  }
+  if (::lstat(name, &info) != 0) {
+    FailWithErrno();
+    return INVALID_FILE_ATTRIBUTES;
+  }
+  if (S_ISDIR(info.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
+  // The platform reports a link itself, even one that leads nowhere.
+  if (S_ISLNK(info.st_mode)) return FILE_ATTRIBUTE_REPARSE_POINT;
+  return (info.st_mode & S_IWUSR) != 0 ? FILE_ATTRIBUTE_NORMAL : FILE_ATTRIBUTE_READONLY;
 }
 
 BOOL DeleteFileW(LPCWSTR name) {

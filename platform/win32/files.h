@@ -20,7 +20,11 @@ inline constexpr DWORD OPEN_EXISTING = 3;
 inline constexpr DWORD OPEN_ALWAYS = 4;
 inline constexpr DWORD TRUNCATE_EXISTING = 5;
 
+inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x01;
+inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400;
+inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 
 inline constexpr DWORD FILE_BEGIN = 0;
 inline constexpr DWORD FILE_CURRENT = 1;
@@ -37,7 +41,8 @@ DWORD GetLastError();
 void SetLastError(DWORD error);
 
 // Sharing flags are accepted and not enforced: a file stays readable while
-// another process writes it. Directories fail with ERROR_ACCESS_DENIED.
+// another process writes it. Directories fail with ERROR_ACCESS_DENIED;
+// a create whose folder is missing fails with ERROR_PATH_NOT_FOUND.
 // CREATE_ALWAYS and OPEN_ALWAYS set ERROR_ALREADY_EXISTS when the file was
 // there. Security attributes, attributes and the template are ignored.
 HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, void* security, DWORD disposition,
@@ -54,6 +59,11 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, DWORD* written, void*
 // sign-extended low part and a new position beyond 32 bits fails with
 // ERROR_INVALID_PARAMETER. Returns the low half of the new position.
 DWORD SetFilePointer(HANDLE file, LONG distanceLow, LONG* distanceHigh, DWORD method);
+
+// What stands at the name, the name itself when it is a link: a folder, a
+// link, a read-only or a plain file; INVALID_FILE_ATTRIBUTES and the error
+// when nothing does.
+DWORD GetFileAttributesA(LPCSTR name);
 
 // Removes a file (not a directory: ERROR_ACCESS_DENIED, as on the platform).
 // The wide name goes to the file system in the ANSI code page.

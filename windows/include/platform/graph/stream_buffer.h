@@ -3,6 +3,7 @@
 // declared here with the platform's IIDs and method order.
 #pragma once
 
+#include "platform/graph/stream_buffer_summary.h"
 #include "platform/graph/strmif.h"
 
 inline constexpr IID IID_IStreamBufferSink = {0xAFD1F242, 0x7EFD, 0x45EE, {0xBA, 0x4E, 0x40, 0x7A, 0x25, 0xC9, 0xA7, 0x7A}};
