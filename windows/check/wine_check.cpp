@@ -26,8 +26,10 @@
 #include <vector>
 
 #include "control/brindlet_ids.h"
+#include "control/conversion_sink.h"
 #include "control/ts_stream_info.h"
 #include "platform/com/com_ptr.h"
+#include "platform/graph/stream_buffer.h"
 #include "platform/graph/stream_sinks.h"
 
 namespace {
@@ -136,6 +138,39 @@ std::wstring PinName(IPin* pin) {
   return info.achName;
 }
 
+// Connects the source to a new demultiplexer, which the source wires.
+int ConnectDemux(Session& session, ComPtr<IBaseFilter>* demux) {
+  // The platform under Wine has no MPEG-2 demultiplexer: ours is registered
+  // under the platform's class id, so this is the one a player would get.
+  HRESULT hr = CoCreateInstance(CLSID_MPEG2Demultiplexer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                demux->PutVoid());
+  if (SUCCEEDED(hr)) hr = session.graph->AddFilter(demux->Get(), L"MPEG-2 Demultiplexer");
+  if (FAILED(hr)) return Fail("no MPEG-2 demultiplexer", hr);
+  const ComPtr<IPin> output = FirstPin(session.source.Get(), PINDIR_OUTPUT);
+  const ComPtr<IPin> input = FirstPin(demux->Get(), PINDIR_INPUT);
+  if (!output || !input) return Fail("a pin is missing");
+  hr = session.graph->ConnectDirect(output.Get(), input.Get(), nullptr);
+  if (FAILED(hr)) return Fail("the source did not connect to the demultiplexer", hr);
+  return kExitOk;
+}
+
+// Runs the graph until the platform reports the end of every stream.
+int RunToCompletion(IGraphBuilder* graph) {
+  ComPtr<IMediaControl> control;
+  ComPtr<IMediaEvent> events;
+  HRESULT hr = graph->QueryInterface(IID_IMediaControl, control.PutVoid());
+  if (SUCCEEDED(hr)) hr = graph->QueryInterface(IID_IMediaEvent, events.PutVoid());
+  if (FAILED(hr)) return Fail("the graph has no control or events", hr);
+  hr = control->Run();
+  if (FAILED(hr)) return Fail("the graph did not run", hr);
+  long code = 0;
+  hr = events->WaitForCompletion(kPlayTimeoutMs, &code);
+  control->Stop();
+  if (hr == E_ABORT) return Fail("the graph did not complete within the time");
+  if (FAILED(hr) || code != EC_COMPLETE) return Fail("the graph ended with event " + std::to_string(code), hr);
+  return kExitOk;
+}
+
 struct Writer {
   std::wstring pin;
   std::wstring file;
@@ -148,18 +183,9 @@ int Play(const wchar_t* file, const std::wstring& dir) {
   if (const int status = OpenByExtension(file, &session); status != kExitOk) return status;
   IGraphBuilder* graph = session.graph.Get();
 
-  // The platform under Wine has no MPEG-2 demultiplexer: ours is registered
-  // under the platform's class id, so this is the one a player would get.
   ComPtr<IBaseFilter> demux;
-  HRESULT hr = CoCreateInstance(CLSID_MPEG2Demultiplexer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
-                                demux.PutVoid());
-  if (SUCCEEDED(hr)) hr = graph->AddFilter(demux.Get(), L"MPEG-2 Demultiplexer");
-  if (FAILED(hr)) return Fail("no MPEG-2 demultiplexer", hr);
-  const ComPtr<IPin> output = FirstPin(session.source.Get(), PINDIR_OUTPUT);
-  const ComPtr<IPin> input = FirstPin(demux.Get(), PINDIR_INPUT);
-  if (!output || !input) return Fail("a pin is missing");
-  hr = graph->ConnectDirect(output.Get(), input.Get(), nullptr);
-  if (FAILED(hr)) return Fail("the source did not connect to the demultiplexer", hr);
+  if (const int status = ConnectDemux(session, &demux); status != kExitOk) return status;
+  HRESULT hr = S_OK;
 
   std::vector<Writer> writers;
   for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
@@ -182,18 +208,7 @@ int Play(const wchar_t* file, const std::wstring& dir) {
   }
   if (writers.empty()) return Fail("the demultiplexer has no output pins");
 
-  ComPtr<IMediaControl> control;
-  ComPtr<IMediaEvent> events;
-  hr = graph->QueryInterface(IID_IMediaControl, control.PutVoid());
-  if (SUCCEEDED(hr)) hr = graph->QueryInterface(IID_IMediaEvent, events.PutVoid());
-  if (FAILED(hr)) return Fail("the graph has no control or events", hr);
-  hr = control->Run();
-  if (FAILED(hr)) return Fail("the graph did not run", hr);
-  long code = 0;
-  hr = events->WaitForCompletion(kPlayTimeoutMs, &code);
-  control->Stop();
-  if (hr == E_ABORT) return Fail("the graph did not complete within the time");
-  if (FAILED(hr) || code != EC_COMPLETE) return Fail("the graph ended with event " + std::to_string(code), hr);
+  if (const int status = RunToCompletion(graph); status != kExitOk) return status;
 
   for (const Writer& writer : writers) {
     LONGLONG samples = 0;
@@ -203,6 +218,68 @@ int Play(const wchar_t* file, const std::wstring& dir) {
                 Utf8(writer.file.c_str()).c_str(), samples, bytes);
   }
   return kExitOk;
+}
+
+// The filter's message boxes, answered as a user would: OK, after noting
+// the text. Runs until told to stop.
+void AnswerMessages(std::atomic<bool>* stop, std::vector<std::string>* texts) {
+  const DWORD process = GetCurrentProcessId();
+  while (!*stop) {
+    Sleep(50);
+    HWND box = nullptr;
+    while ((box = FindWindowExW(nullptr, box, L"#32770", nullptr)) != nullptr) {
+      DWORD owner = 0;
+      GetWindowThreadProcessId(box, &owner);
+      if (owner != process || !IsWindowVisible(box)) continue;
+      wchar_t caption[64] = L"";
+      GetWindowTextW(box, caption, 64);
+      wchar_t text[256] = L"";
+      GetDlgItemTextW(box, 0xFFFF, text, 256);  // the message's static control
+      texts->push_back(Utf8(caption) + ": " + Utf8(text));
+      PostMessageW(box, WM_COMMAND, IDOK, 0);
+      Sleep(200);
+    }
+  }
+}
+
+int Convert(const wchar_t* file) {
+  Session session;
+  if (const int status = OpenByExtension(file, &session); status != kExitOk) return status;
+  ComPtr<IBaseFilter> demux;
+  if (const int status = ConnectDemux(session, &demux); status != kExitOk) return status;
+  // The platform under Wine has no stream buffer engine either: ours.
+  ComPtr<IBaseFilter> sink;
+  HRESULT hr = CoCreateInstance(CLSID_StreamBufferSink, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                sink.PutVoid());
+  if (SUCCEEDED(hr)) hr = session.graph->AddFilter(sink.Get(), L"Stream Buffer Sink");
+  if (FAILED(hr)) return Fail("no stream buffer sink", hr);
+  for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
+    // The sink adds a free input pin each time one is taken.
+    ComPtr<IPin> free;
+    ComPtr<IEnumPins> pinList;
+    ComPtr<IPin> candidate;
+    if (SUCCEEDED(sink->EnumPins(pinList.PutAddress()))) {
+      while (!free && pinList->Next(1, candidate.PutAddress(), nullptr) == S_OK) {
+        ComPtr<IPin> peer;
+        if (FAILED(candidate->ConnectedTo(peer.PutAddress()))) free = candidate;
+      }
+    }
+    hr = free ? session.graph->ConnectDirect(pin.Get(), free.Get(), nullptr) : E_FAIL;
+    if (FAILED(hr)) return Fail("the pin " + Utf8(PinName(pin.Get()).c_str()) + " did not connect to the sink", hr);
+  }
+  ComPtr<ITsConversionSink> conversion;
+  hr = session.source->QueryInterface(IID_ITsConversionSink, conversion.PutVoid());
+  if (SUCCEEDED(hr)) hr = conversion->SetSinkFilter(sink.Get());
+  if (FAILED(hr)) return Fail("the source took no stream buffer sink", hr);
+
+  std::atomic<bool> stop{false};
+  std::vector<std::string> messages;
+  std::thread answering(AnswerMessages, &stop, &messages);
+  const int status = RunToCompletion(session.graph.Get());
+  stop = true;
+  answering.join();
+  for (const std::string& message : messages) std::printf("%s\n", message.c_str());
+  return status;
 }
 
 int Query(const wchar_t* file, int count, wchar_t** keywords) {
@@ -417,7 +494,7 @@ int Pages(const wchar_t* file, const std::wstring& prefix) {
 
 int Usage() {
   std::fprintf(stderr,
-               "usage: brindlet-wine-check play FILE DIR | query FILE KEYWORD... | pages FILE PREFIX\n");
+               "usage: brindlet-wine-check play FILE DIR | query FILE KEYWORD... | pages FILE PREFIX | convert FILE\n");
   return kExitUsage;
 }
 
@@ -434,6 +511,8 @@ int wmain(int argc, wchar_t** argv) {
     status = Play(argv[2], argv[3]);
   } else if (command == L"query") {
     status = Query(argv[2], argc - 3, argv + 3);
+  } else if (command == L"convert" && argc == 3) {
+    status = Convert(argv[2]);
   } else if (command == L"pages" && argc == 4) {
     status = Pages(argv[2], argv[3]);
   } else {
