@@ -51,6 +51,8 @@ TEST_F(FilesTest, OpenFailuresMapToPlatformErrors) {
       {"directory, opening always", dir_, OPEN_ALWAYS, ERROR_ACCESS_DENIED},
       {"name too long", PathOf(std::string(300, 'n')), OPEN_EXISTING, ERROR_FILENAME_EXCED_RANGE},
       {"existing file with CREATE_NEW", file, CREATE_NEW, ERROR_FILE_EXISTS},
+      {"CREATE_NEW in a missing folder", PathOf("missing/new"), CREATE_NEW, ERROR_PATH_NOT_FOUND},
+      {"CREATE_ALWAYS in a missing folder", PathOf("missing/new"), CREATE_ALWAYS, ERROR_PATH_NOT_FOUND},
       {"unknown disposition", file, 9, ERROR_INVALID_PARAMETER},
       {"truncate without write access", file, TRUNCATE_EXISTING, ERROR_INVALID_PARAMETER},
   };
@@ -61,6 +63,28 @@ TEST_F(FilesTest, OpenFailuresMapToPlatformErrors) {
               INVALID_HANDLE_VALUE)
         << c.what;
     EXPECT_EQ(GetLastError(), c.error) << c.what;
+  }
+}
+
+// A link is reported as itself, even one that leads nowhere, as an
+// exclusive create would find the name taken.
+TEST_F(FilesTest, AttributesTellWhatStandsAtAName) {
+  const std::string file = MakeFile("plain", "x");
+  ASSERT_EQ(::symlink(PathOf("nowhere").c_str(), PathOf("dangling").c_str()), 0);
+  const struct {
+    std::string name;
+    DWORD attributes;
+    DWORD error;
+  } cases[] = {
+      {file, FILE_ATTRIBUTE_NORMAL, ERROR_SUCCESS},
+      {dir_, FILE_ATTRIBUTE_DIRECTORY, ERROR_SUCCESS},
+      {PathOf("dangling"), FILE_ATTRIBUTE_REPARSE_POINT, ERROR_SUCCESS},
+      {PathOf("missing"), INVALID_FILE_ATTRIBUTES, ERROR_FILE_NOT_FOUND},
+  };
+  for (const auto& c : cases) {
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_EQ(GetFileAttributesA(c.name.c_str()), c.attributes) << c.name;
+    EXPECT_EQ(GetLastError(), c.error) << c.name;
   }
 }
 

@@ -282,6 +282,58 @@ int Convert(const wchar_t* file) {
   return status;
 }
 
+// What the platform's loader and version reader find in a module: each
+// ordinal from 1 with the name that leads to the same entry, then the
+// version block's numbers and strings.
+int Module(const wchar_t* path) {
+  HMODULE module = LoadLibraryExW(path, nullptr, 0);
+  if (module == nullptr) return Fail("the module did not load", HRESULT_FROM_WIN32(GetLastError()));
+  static const char* const kNames[] = {"DllCanUnloadNow", "DllGetClassObject", "DllMain", "DllRegisterServer",
+                                       "DllUnregisterServer"};
+  for (WORD ordinal = 1; ordinal <= 8; ++ordinal) {
+    const FARPROC entry = GetProcAddress(module, MAKEINTRESOURCEA(ordinal));
+    if (entry == nullptr) continue;
+    const char* name = "?";
+    for (const char* candidate : kNames) {
+      if (GetProcAddress(module, candidate) == entry) name = candidate;
+    }
+    std::printf("@%u %s\n", ordinal, name);
+  }
+  FreeLibrary(module);
+
+  DWORD handle = 0;
+  const DWORD size = GetFileVersionInfoSizeW(path, &handle);
+  std::vector<BYTE> block(size);
+  VS_FIXEDFILEINFO* fixed = nullptr;
+  UINT length = 0;
+  if (size == 0 || !GetFileVersionInfoW(path, 0, size, block.data()) ||
+      !VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&fixed), &length) || length < sizeof *fixed) {
+    return Fail("the module has no version block");
+  }
+  std::printf("FileVersion %lu.%lu.%lu.%lu, flags 0x%lX of 0x%lX, OS 0x%lX, type %lu\n",
+              static_cast<unsigned long>(HIWORD(fixed->dwFileVersionMS)),
+              static_cast<unsigned long>(LOWORD(fixed->dwFileVersionMS)),
+              static_cast<unsigned long>(HIWORD(fixed->dwFileVersionLS)),
+              static_cast<unsigned long>(LOWORD(fixed->dwFileVersionLS)),
+              static_cast<unsigned long>(fixed->dwFileFlags), static_cast<unsigned long>(fixed->dwFileFlagsMask),
+              static_cast<unsigned long>(fixed->dwFileOS), static_cast<unsigned long>(fixed->dwFileType));
+  WORD* translation = nullptr;
+  if (VerQueryValueW(block.data(), L"\\VarFileInfo\\Translation", reinterpret_cast<void**>(&translation),
+                     &length) &&
+      length >= 4) {
+    std::printf("Translation 0x%04X %u\n", translation[0], translation[1]);
+  }
+  for (const wchar_t* key : {L"CompanyName", L"FileDescription", L"FileVersion", L"InternalName",
+                             L"OriginalFilename", L"ProductName", L"ProductVersion", L"OLESelfRegister"}) {
+    const std::wstring query = L"\\StringFileInfo\\040904E4\\" + std::wstring(key);
+    wchar_t* value = nullptr;
+    if (VerQueryValueW(block.data(), query.c_str(), reinterpret_cast<void**>(&value), &length) && value) {
+      std::printf("%s: %s\n", Utf8(key).c_str(), Utf8(value).c_str());
+    }
+  }
+  return kExitOk;
+}
+
 int Query(const wchar_t* file, int count, wchar_t** keywords) {
   Session session;
   if (const int status = OpenByExtension(file, &session); status != kExitOk) return status;
@@ -494,7 +546,8 @@ int Pages(const wchar_t* file, const std::wstring& prefix) {
 
 int Usage() {
   std::fprintf(stderr,
-               "usage: brindlet-wine-check play FILE DIR | query FILE KEYWORD... | pages FILE PREFIX | convert FILE\n");
+               "usage: brindlet-wine-check play FILE DIR | query FILE KEYWORD... | pages FILE PREFIX | convert FILE |\n"
+               "       module MODULE\n");
   return kExitUsage;
 }
 
@@ -511,6 +564,8 @@ int wmain(int argc, wchar_t** argv) {
     status = Play(argv[2], argv[3]);
   } else if (command == L"query") {
     status = Query(argv[2], argc - 3, argv + 3);
+  } else if (command == L"module" && argc == 3) {
+    status = Module(argv[2]);
   } else if (command == L"convert" && argc == 3) {
     status = Convert(argv[2]);
   } else if (command == L"pages" && argc == 4) {
