@@ -79,6 +79,9 @@ struct EdgeCase {
   std::vector<std::string> left;  // what is left in the working folder; "*" for any size
 };
 
+// Named in test lists by its case, not by its bytes.
+void PrintTo(const EdgeCase& c, std::ostream* os) { *os << c.name; }
+
 class PlayEdgesTest : public ::testing::TestWithParam<EdgeCase> {};
 
 TEST_P(PlayEdgesTest, StatusLineAndWhatIsLeft) {
