@@ -1,7 +1,5 @@
 #include "filters/stream_buffer/ts_recording.h"
 
-#include <unistd.h>
-
 #include <new>
 
 #include "filters/stream_buffer/random_access.h"
@@ -74,7 +72,7 @@ HRESULT CTsRecording::Open(const std::string& path, std::span<const RecordingStr
   if (FAILED(hr)) {
     // The name goes back, so that the caller may try again.
     made.reset();
-    ::unlink(path.c_str());
+    DeleteFileA(path.c_str());
     return hr;
   }
   *recording = std::move(made);
