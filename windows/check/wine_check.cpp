@@ -4,7 +4,9 @@
 //
 //   brindlet-wine-check play FILE DIR      plays FILE to the end into one file per stream
 //   brindlet-wine-check query FILE KEY...  one line per keyword, as `brindlet query` prints
-//   brindlet-wine-check pages FILE PREFIX  shows the property frame, saves PREFIX-<n>.png per tab
+//   brindlet-wine-check pages FILE PREFIX [--play]
+//                                          shows the property frame, saves PREFIX-<n>.png per tab;
+//                                          with --play, while the graph plays
 //
 // FILE is opened by its extension (AddSourceFilter), so the registration of
 // the file types is part of what is checked. Exit status 0 on success, 1 on
@@ -387,7 +389,11 @@ void ClickTab(HWND tabs, int index) {
 
 // Runs beside the modal frame: waits for it, shoots each tab, then presses
 // Cancel. Gives up (and ends the process) if no frame appears.
-void ShootFrame(const std::wstring& prefix, int pages, std::atomic<int>* saved) {
+// Runs beside the modal frame: waits for it, shoots each tab, then presses
+// Cancel. While a graph plays, the first tab is shot again a moment later,
+// so that its timers can be seen at work. Gives up (and ends the process) if
+// no frame appears.
+void ShootFrame(const std::wstring& prefix, int pages, bool playing, std::atomic<int>* saved) {
   FrameSearch search{GetCurrentProcessId(), nullptr};
   for (int tries = 0; tries < 300 && search.found == nullptr; ++tries) {
     Sleep(100);
@@ -400,19 +406,51 @@ void ShootFrame(const std::wstring& prefix, int pages, std::atomic<int>* saved) 
   }
   HWND tabs = nullptr;
   EnumChildWindows(search.found, FindTabs, reinterpret_cast<LPARAM>(&tabs));
-  for (int page = 0; page < pages; ++page) {
-    if (tabs != nullptr) ClickTab(tabs, page);
-    Sleep(1500);  // the pages' timers fill their labels
+  auto shoot = [&](const std::wstring& name) {
     SetForegroundWindow(search.found);
     RedrawWindow(search.found, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN);
     Sleep(200);
-    if (CaptureWindow(search.found, prefix + L"-" + std::to_wstring(page + 1) + L".png")) ++*saved;
+    if (CaptureWindow(search.found, prefix + L"-" + name + L".png")) ++*saved;
+  };
+  for (int page = 0; page < pages; ++page) {
+    if (tabs != nullptr) ClickTab(tabs, page);
+    Sleep(1500);  // the pages' timers fill their labels
+    shoot(std::to_wstring(page + 1));
+    if (page == 0 && playing) {
+      Sleep(1500);
+      shoot(L"1-later");
+    }
     if (tabs == nullptr) break;
   }
   PostMessageW(search.found, WM_COMMAND, IDCANCEL, 0);
 }
 
-int Pages(const wchar_t* file, const std::wstring& prefix) {
+// The graph a player would have running behind its properties dialog: the
+// demultiplexer's pins into null renderers held to about the stream's pace.
+int StartPlaying(Session& session, ComPtr<IMediaControl>* control) {
+  ComPtr<IBaseFilter> demux;
+  if (const int status = ConnectDemux(session, &demux); status != kExitOk) return status;
+  constexpr DWORD kSampleDelayMicroseconds = 20000;
+  for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
+    ComPtr<IBaseFilter> renderer;
+    ComPtr<IStreamSinkControl> pace;
+    HRESULT hr = CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
+                                  renderer.PutVoid());
+    if (SUCCEEDED(hr)) hr = renderer->QueryInterface(IID_IStreamSinkControl, pace.PutVoid());
+    if (SUCCEEDED(hr)) hr = pace->SetAcceptAnyType(TRUE);
+    if (SUCCEEDED(hr)) hr = pace->SetSampleDelay(kSampleDelayMicroseconds);
+    if (SUCCEEDED(hr)) hr = session.graph->AddFilter(renderer.Get(), (L"Renderer " + PinName(pin.Get())).c_str());
+    const ComPtr<IPin> input = SUCCEEDED(hr) ? FirstPin(renderer.Get(), PINDIR_INPUT) : ComPtr<IPin>();
+    hr = input ? session.graph->ConnectDirect(pin.Get(), input.Get(), nullptr) : E_FAIL;
+    if (FAILED(hr)) return Fail("no null renderer for the pin " + Utf8(PinName(pin.Get()).c_str()), hr);
+  }
+  HRESULT hr = session.graph->QueryInterface(IID_IMediaControl, control->PutVoid());
+  if (SUCCEEDED(hr)) hr = (*control)->Run();
+  if (FAILED(hr)) return Fail("the graph did not run", hr);
+  return kExitOk;
+}
+
+int Pages(const wchar_t* file, const std::wstring& prefix, bool play) {
   Session session;
   if (const int status = OpenByExtension(file, &session); status != kExitOk) return status;
   ComPtr<ISpecifyPropertyPages> specify;
@@ -420,14 +458,22 @@ int Pages(const wchar_t* file, const std::wstring& prefix) {
   CAUUID pages{};
   if (SUCCEEDED(hr)) hr = specify->GetPages(&pages);
   if (FAILED(hr) || pages.cElems == 0) return Fail("the source names no property pages", hr);
+  ComPtr<IMediaControl> control;
+  if (play) {
+    if (const int status = StartPlaying(session, &control); status != kExitOk) {
+      CoTaskMemFree(pages.pElems);
+      return status;
+    }
+  }
 
   std::atomic<int> saved{0};
-  std::thread shooter(ShootFrame, prefix, static_cast<int>(pages.cElems), &saved);
+  std::thread shooter(ShootFrame, prefix, static_cast<int>(pages.cElems), play, &saved);
   IUnknown* object = session.source.Get();
   hr = OleCreatePropertyFrame(nullptr, 0, 0, L"Brindlet", 1, &object, pages.cElems, pages.pElems,
                               LOCALE_USER_DEFAULT, 0, nullptr);
   shooter.join();
   CoTaskMemFree(pages.pElems);
+  if (control) control->Stop();
   if (FAILED(hr)) return Fail("the platform did not show the property frame", hr);
   std::printf("%lu pages, %d screenshots\n", static_cast<unsigned long>(pages.cElems), saved.load());
   return saved.load() > 0 ? kExitOk : Fail("no screenshot could be taken");
@@ -435,7 +481,7 @@ int Pages(const wchar_t* file, const std::wstring& prefix) {
 
 int Usage() {
   std::fprintf(stderr,
-               "usage: brindlet-wine-check play FILE DIR | query FILE KEYWORD... | pages FILE PREFIX | convert FILE |\n"
+               "usage: brindlet-wine-check play FILE DIR | query FILE KEYWORD... | pages FILE PREFIX [--play] | convert FILE |\n"
                "       module MODULE\n");
   return kExitUsage;
 }
@@ -457,8 +503,8 @@ int wmain(int argc, wchar_t** argv) {
     status = Module(argv[2]);
   } else if (command == L"convert" && argc == 3) {
     status = Convert(argv[2]);
-  } else if (command == L"pages" && argc == 4) {
-    status = Pages(argv[2], argv[3]);
+  } else if (command == L"pages" && (argc == 4 || (argc == 5 && std::wstring(argv[4]) == L"--play"))) {
+    status = Pages(argv[2], argv[3], argc == 5);
   } else {
     status = Usage();
   }
