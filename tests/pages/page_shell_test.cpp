@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -289,37 +288,6 @@ TEST_F(PageShellTest, GetPagesRefusesANullArrayAndFailedMemory) {
   EXPECT_EQ(pages.pElems, nullptr);
 }
 
-// The filter's pages in the platform's property frame: every page opens,
-// Apply goes through, and closing lets go of them all.
-TEST_F(PageShellTest, PropertyFrameShowsAppliesAndCloses) {
-  CModuleFilter filter;
-  ASSERT_EQ(filter.Load(pages::BundledSample()), S_OK);
-  ComPtr<ISpecifyPropertyPages> specify;
-  ASSERT_EQ(filter.Unknown()->QueryInterface(IID_ISpecifyPropertyPages, specify.PutVoid()), S_OK);
-  CAUUID list{};
-  ASSERT_EQ(specify->GetPages(&list), S_OK);
-
-  std::vector<std::string> titles;
-  int opened = 0;
-  HRESULT applied = E_FAIL;
-  const PropertyFrameHandler previous = SetPropertyFrameHandler([&](CPlatformPropertySheet& sheet) {
-    for (ULONG i = 0; i < sheet.PageCount(); ++i) {
-      titles.push_back(sheet.PageTitle(i));
-      if (sheet.ShowPage(i) != nullptr) ++opened;
-    }
-    applied = sheet.Apply();
-  });
-  IUnknown* object = filter.Unknown();
-  EXPECT_EQ(OleCreatePropertyFrame(nullptr, 0, 0, L"Brindlet", 1, &object, list.cElems, list.pElems, 0, 0, nullptr),
-            S_OK);
-  SetPropertyFrameHandler(previous);
-  CoTaskMemFree(list.pElems);
-
-  EXPECT_EQ(titles, (std::vector<std::string>{"Program Info", "PID Info", "Programs", "About"}));
-  EXPECT_EQ(opened, 4);
-  EXPECT_EQ(applied, S_OK);
-}
-
 // ---- Help ----
 
 void SetModulePath(const char* path) {
@@ -350,30 +318,6 @@ TEST(HelpFile, TheLastPointOfTheRegisteredPathGetsChm) {
   const std::string longPath = "/" + std::string(255, 'p') + ".axx";
   SetModulePath(longPath.c_str());
   EXPECT_EQ(FindHelpFile().size(), 260u);
-}
-
-// A help page's Help link opens its topic in the help file beside the module.
-TEST_F(PageShellTest, HelpShowsThePageTopic) {
-  tsw::ScopedRegistry registry;
-  tsw::TempDir dir;
-  std::filesystem::create_directories(dir.File("Brindlet.chm") / "html");
-  for (const char* topic : {"pgm_page.htm", "x.htm"}) std::ofstream(dir.File("Brindlet.chm") / "html" / topic) << "<p>";
-  SetModulePath(dir.File("Brindlet.ax").string().c_str());
-  const std::string helpFile = FindHelpFile();
-  EXPECT_EQ(helpFile, dir.File("Brindlet.chm").string());
-
-  CShellExecuteRecorder shell;
-  ShowHelpTopic(nullptr, helpFile, "/html/x.htm");
-  ShowHelpTopic(nullptr, helpFile, "/html/missing.htm");
-
-  CModuleFilter filter;
-  CPageHarness page(CLSID_ProgramsPage);
-  ASSERT_EQ(page.Open(filter.Unknown()), S_OK);
-  SendMessageA(page.Dialog(), WM_COMMAND, MAKEWPARAM(kLink, 0), reinterpret_cast<LPARAM>(page.Control(kLink)));
-  const auto calls = shell.Calls();
-  ASSERT_EQ(calls.size(), 2u);
-  EXPECT_EQ(calls[0].file, "file://" + (dir.File("Brindlet.chm") / "html" / "x.htm").string());
-  EXPECT_EQ(calls[1].file, "file://" + (dir.File("Brindlet.chm") / "html" / "pgm_page.htm").string());
 }
 
 // ---- The About page ----

@@ -178,23 +178,6 @@ TEST_F(QtHostTest, ListsShowTheModelsItemsAndSelections) {
   });
 }
 
-TEST_F(QtHostTest, ModelChangesShowAfterRefresh) {
-  WithSheet(m_Filter.Unknown(), [](CQtPropertySheet& sheet) {
-    HWND page = sheet.PageWindow(kProgramInfo);
-    auto* label = qobject_cast<QLabel*>(sheet.ControlWidget(kProgramInfo, 1008));
-    ASSERT_NE(label, nullptr);
-    SetDlgItemTextA(page, 1008, "42");
-    EnableWindow(GetDlgItem(page, 1011), FALSE);
-    ShowWindow(GetDlgItem(page, 1013), SW_SHOW);
-    ShowWindow(GetDlgItem(page, 1007), SW_HIDE);
-    sheet.Refresh();
-    EXPECT_EQ(label->text(), "42");
-    EXPECT_FALSE(sheet.ControlWidget(kProgramInfo, 1011)->isEnabled());
-    EXPECT_TRUE(sheet.ControlWidget(kProgramInfo, 1013)->isVisibleTo(sheet.PageWidget(kProgramInfo)));
-    EXPECT_FALSE(sheet.ControlWidget(kProgramInfo, 1007)->isVisibleTo(sheet.PageWidget(kProgramInfo)));
-  });
-}
-
 TEST_F(QtHostTest, ApplyOkAndCancel) {
   for (const char* button : {"Apply", "Ok", "Cancel"}) {
     WithSheet(m_Filter.Unknown(), [&](CQtPropertySheet& sheet) {
