@@ -110,27 +110,21 @@ int OpenByExtension(const wchar_t* file, Session* session) {
   return kExitOk;
 }
 
-ComPtr<IPin> FirstPin(IBaseFilter* filter, PIN_DIRECTION direction) {
-  ComPtr<IEnumPins> pinList;
-  if (FAILED(filter->EnumPins(pinList.PutAddress()))) return {};
-  ComPtr<IPin> pin;
-  while (pinList->Next(1, pin.PutAddress(), nullptr) == S_OK) {
-    PIN_DIRECTION its{};
-    if (SUCCEEDED(pin->QueryDirection(&its)) && its == direction) return pin;
-  }
-  return {};
-}
-
-std::vector<ComPtr<IPin>> OutputPins(IBaseFilter* filter) {
+std::vector<ComPtr<IPin>> Pins(IBaseFilter* filter, PIN_DIRECTION direction) {
   std::vector<ComPtr<IPin>> pins;
   ComPtr<IEnumPins> pinList;
   if (FAILED(filter->EnumPins(pinList.PutAddress()))) return pins;
   ComPtr<IPin> pin;
   while (pinList->Next(1, pin.PutAddress(), nullptr) == S_OK) {
     PIN_DIRECTION its{};
-    if (SUCCEEDED(pin->QueryDirection(&its)) && its == PINDIR_OUTPUT) pins.push_back(pin);
+    if (SUCCEEDED(pin->QueryDirection(&its)) && its == direction) pins.push_back(pin);
   }
   return pins;
+}
+
+ComPtr<IPin> FirstPin(IBaseFilter* filter, PIN_DIRECTION direction) {
+  std::vector<ComPtr<IPin>> pins = Pins(filter, direction);
+  return pins.empty() ? ComPtr<IPin>() : pins.front();
 }
 
 std::wstring PinName(IPin* pin) {
@@ -190,7 +184,7 @@ int Play(const wchar_t* file, const std::wstring& dir) {
   HRESULT hr = S_OK;
 
   std::vector<Writer> writers;
-  for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
+  for (const ComPtr<IPin>& pin : Pins(demux.Get(), PINDIR_OUTPUT)) {
     Writer writer;
     writer.pin = PinName(pin.Get());
     writer.file = dir + L"\\" + writer.pin + L".es";
@@ -255,16 +249,12 @@ int Convert(const wchar_t* file) {
                                 sink.PutVoid());
   if (SUCCEEDED(hr)) hr = session.graph->AddFilter(sink.Get(), L"Stream Buffer Sink");
   if (FAILED(hr)) return Fail("no stream buffer sink", hr);
-  for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
+  for (const ComPtr<IPin>& pin : Pins(demux.Get(), PINDIR_OUTPUT)) {
     // The sink adds a free input pin each time one is taken.
     ComPtr<IPin> free;
-    ComPtr<IEnumPins> pinList;
-    ComPtr<IPin> candidate;
-    if (SUCCEEDED(sink->EnumPins(pinList.PutAddress()))) {
-      while (!free && pinList->Next(1, candidate.PutAddress(), nullptr) == S_OK) {
-        ComPtr<IPin> peer;
-        if (FAILED(candidate->ConnectedTo(peer.PutAddress()))) free = candidate;
-      }
+    for (const ComPtr<IPin>& candidate : Pins(sink.Get(), PINDIR_INPUT)) {
+      ComPtr<IPin> peer;
+      if (!free && FAILED(candidate->ConnectedTo(peer.PutAddress()))) free = candidate;
     }
     hr = free ? session.graph->ConnectDirect(pin.Get(), free.Get(), nullptr) : E_FAIL;
     if (FAILED(hr)) return Fail("the pin " + Utf8(PinName(pin.Get()).c_str()) + " did not connect to the sink", hr);
@@ -431,7 +421,7 @@ int StartPlaying(Session& session, ComPtr<IMediaControl>* control) {
   ComPtr<IBaseFilter> demux;
   if (const int status = ConnectDemux(session, &demux); status != kExitOk) return status;
   constexpr DWORD kSampleDelayMicroseconds = 20000;
-  for (const ComPtr<IPin>& pin : OutputPins(demux.Get())) {
+  for (const ComPtr<IPin>& pin : Pins(demux.Get(), PINDIR_OUTPUT)) {
     ComPtr<IBaseFilter> renderer;
     ComPtr<IStreamSinkControl> pace;
     HRESULT hr = CoCreateInstance(CLSID_NullRenderer, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter,
