@@ -293,30 +293,6 @@ TEST_F(PropsTest, HelpLinkOpensThePageTopic) {
   EXPECT_EQ(calls[0].file, "file://" + folder + "/Brindlet.chm/html/prop_page.htm");
 }
 
-TEST_F(PropsTest, ReopenedSheetReadsEverythingAgain) {
-  std::ostringstream err;
-  CPropsSession session(Sample(), err);
-  ASSERT_TRUE(session.Ok()) << err.str();
-  const struct {
-    DWORD fastSeeking;
-    const char* extensions;
-  } kOpenings[] = {{1, ".ts;"}, {0, ".mts;.ts;"}, {1, ".tp;"}};
-  for (const auto& opening : kOpenings) {
-    SCOPED_TRACE(opening.extensions);
-    ASSERT_TRUE(WriteSettingDword("FastSeeking", opening.fastSeeking));
-    ASSERT_TRUE(WriteSettingString("Extensions", opening.extensions));
-    WithSheet(session, [&](CQtPropertySheet& sheet) {
-      auto* box = qobject_cast<QCheckBox*>(sheet.ControlWidget(kProgramInfo, kFastSeeking));
-      auto* edit = qobject_cast<QLineEdit*>(sheet.ControlWidget(kProgramInfo, kExtensionEdit));
-      ASSERT_NE(box, nullptr);
-      ASSERT_NE(edit, nullptr);
-      EXPECT_EQ(box->isChecked(), opening.fastSeeking != 0);
-      EXPECT_EQ(edit->text().toStdString(), opening.extensions);
-      EXPECT_FALSE(sheet.ApplyButton()->isEnabled());
-    });
-  }
-}
-
 TEST(PropsProgram, ScreenshotsAndErrors) {
   tsw::ScopedRegistry registry;
   tsw::TempDir dir;
